@@ -1,0 +1,1 @@
+// Placeholder translation unit for a component with no sources yet.
