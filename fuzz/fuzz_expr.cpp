@@ -1,0 +1,138 @@
+// Fuzzes the expression compiler and evaluator: any input compiles to an object (ok or holding
+// an error with a sane offset) and evaluates, against a toy scope that answers numbers, texts,
+// parameters, errors and nothing, without crashing, hanging or breaking the invariants below.
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <string>
+#include <string_view>
+
+#include "kapparameter/kapExpr.h"
+
+namespace {
+
+void check(bool ok) {
+    if (!ok) std::abort();
+}
+
+struct Entry {
+    kapExprValue value;
+    bool active = true;
+    bool evaluates_input = false;  // its value is the input evaluated again: cycles
+};
+
+class ToyScope : public kapExprScope {
+  public:
+    explicit ToyScope(const kapExprCompiled* input) : input_(input) {
+        entries_[0].value = kapExprValue::from_number(0.5);
+        entries_[1].value = kapExprValue::from_text("level");
+        entries_[2].value = kapExprValue::from_bool(true);
+        entries_[2].active = false;
+        entries_[3].value = kapExprValue::from_text("");
+        entries_[4].value = kapExprValue::from_number(0.0);
+        entries_[5].value = kapExprValue::from_error(kapExprErrType, "broken");
+        entries_[6].evaluates_input = true;
+        entries_[7].value = kapExprValue::from_text("12.5");
+    }
+
+    kapExprValue resolve(const kapExprPath& path) const override {
+        std::uint32_t h = path.entity.hash;
+        for (const kapExprName& n : path.components) {
+            // Components are views into the compiled text with their hashes.
+            check(n.is_index() ? n.hash == 0 : n.hash == kapExpr::name_hash(n.text));
+            h = h * 31u + n.hash + static_cast<std::uint32_t>(n.index);
+        }
+        switch (h % 11u) {
+            case 8:
+                return {};  // unknown
+            case 9:
+                return kapExprValue::from_number(static_cast<double>(h % 100u));
+            case 10:
+                return kapExprValue::from_error(kapExprErrUnknownName, "no");
+            default:
+                return kapExprValue::from_node(&entries_[h % 8u], this);
+        }
+    }
+
+    kapExprValue call(const kapExprPath& fn, std::span<const kapExprValue> args) const override {
+        std::uint32_t h = static_cast<std::uint32_t>(args.size());
+        for (const kapExprName& n : fn.components)
+            h = h * 31u + n.hash;
+        switch (h % 5u) {
+            case 0:
+                return {};
+            case 1:
+                return kapExprValue::from_owned_text("computed");
+            case 2:
+                return args.empty() ? kapExprValue::from_bool(false) : args[0];
+            case 3:
+                return kapExprValue::from_node(&entries_[h % 8u], this);
+            default:
+                return kapExprValue::from_number(static_cast<double>(args.size()));
+        }
+    }
+
+    kapExprValue value_of(const void* node) const override {
+        const Entry* e = static_cast<const Entry*>(node);
+        if (!e->evaluates_input) return e->value;
+        kapExprGuard guard(e);
+        if (!guard.ok()) return guard.error();
+        return kapExpr::to_plain(input_->evaluate(*this));
+    }
+
+    bool is_active(const void* node) const override {
+        return static_cast<const Entry*>(node)->active;
+    }
+
+  private:
+    Entry entries_[8];
+    const kapExprCompiled* input_;
+};
+
+void check_value(const kapExprValue& v, std::size_t size) {
+    if (v.is_error()) {
+        check(v.error_code() != kapExprOk);
+        check(v.error_offset() >= -1 && v.error_offset() <= static_cast<int>(size));
+    }
+    if (v.is_number()) {
+        double back = 0;
+        const std::string t = kapExpr::format_number(v.number());
+        check(kapExpr::parse_number(t, back) && (back == v.number() || v.number() != v.number()));
+    }
+}
+
+bool within(std::string_view part, const std::string& whole) {
+    return part.empty() || (part.data() >= whole.data() &&
+                            part.data() + part.size() <= whole.data() + whole.size());
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    const std::string_view text(reinterpret_cast<const char*>(data), size);
+    const auto c = kapExpr::compile_uncached(text);
+    check(c != nullptr && c->text() == text);
+    if (!c->ok()) {
+        check(c->error().code != kapExprOk);
+        check(c->error().offset >= 0 && c->error().offset <= static_cast<int>(size));
+        check(c->names().empty() && c->calls().empty());
+    } else {
+        check(c->depth() >= 1 && c->depth() <= kapExpr::max_depth);
+        for (const std::span<const kapExprPath> list : {c->names(), c->calls()}) {
+            for (const kapExprPath& p : list) {
+                check(within(p.text, c->text()) && within(p.relative, c->text()));
+                check(p.anchor == kapExprAnchor::global || p.entity.text.empty());
+            }
+        }
+    }
+    const ToyScope scope(c.get());
+    check_value(c->evaluate(scope), size);
+    check_value(c->evaluate_number(scope), size);
+    check_value(c->evaluate_bool(scope), size);
+
+    // The cache answers the same object for the same text; keep it from growing without end.
+    if (kapExpr::cache_size() > 4096) kapExpr::clear_cache();
+    check(kapExpr::compile(text).get() == kapExpr::compile(text).get());
+    return 0;
+}

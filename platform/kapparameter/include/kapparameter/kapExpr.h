@@ -1,0 +1,320 @@
+#pragma once
+// The expression language of activity conditions, defaults and "${...}" string values.
+//
+// A text is compiled once into a kapExprCompiled (kapExpr::compile keeps a process-wide cache
+// keyed by the text) and then evaluated any number of times against a kapExprScope, the object
+// that knows the parameters. Evaluation parses nothing and builds no strings for names: every
+// name path is split into components at compile time, each with its case-insensitive hash.
+//
+// Grammar (precedence from loosest to tightest; binary operators associate to the left):
+//
+//   expr     := or
+//   or       := and   { ("OR" | "||") and }         connective words in any letter case
+//   and      := cmp   { ("AND" | "&&") cmp }
+//   cmp      := add   { ("==" | "!=" | "<" | ">" | "<=" | ">=") add }
+//   add      := mul   { ("+" | "-") mul }
+//   mul      := unary { ("*" | "/") unary }
+//   unary    := ("-" | "+" | "!") unary | primary
+//   primary  := number | string | "true" | "false" | path [ "(" [ expr { (";" | ",") expr } ] ")" ]
+//             | "(" expr ")"
+//   number   := 12 | 1.5 | .5 | 5. | 1e-3        always with '.', whatever the locale
+//   string   := '...' | "..."                   no escapes; the other quote may appear inside
+//   path     := [ "{" name "}" "." ] name { "." name | "[" digits "]" }     or "{" name "}" alone
+//
+// A path whose first component is "rootpar" (any letter case: "RootPar", "Rootpar") starts at
+// the root of the owner's tree; a leading "{name}" names an entity of the global scope
+// ("{toolpath}.AreaClearance.Type"); any other path starts at the owner of the expression.
+// "true", "false", "and", "or" are words of the language in any letter case, not names.
+//
+// Values: numbers (double), booleans, texts, node references (a parameter handed out by the
+// scope) and errors. Numbers serve as conditions (non-zero is true), booleans as numbers (0, 1).
+// Comparisons compare numbers numerically and texts byte for byte; a text meets a number by
+// reading it as a number ("5" == 5), and a text that does not read as one compares as a wrong
+// type. A node reference is turned into a value by asking the scope (value_of) when an operator
+// needs one; a bare name keeps its node reference as the answer, so that the caller can have
+// the parameter itself ("select(UserDefined;A;B)" answers the parameter A or B).
+//
+// Built-in functions, recognised by their exact names, alone or after "stdlib."
+// ("stdlib.active(X)"); any other call goes to the scope (entity functions such as
+// "IsTurning()", calls on paths such as "Tool.IsTurning()"):
+//
+//   min(a;b;...), max(a;b;...)   two or more numbers
+//   select(c;a;b)                a when c holds, else b; only the chosen one is evaluated
+//   active(path)                 whether the parameter is active; false when it does not exist
+//   abs sqrt floor ceil round exp log      one number; round halves away from zero, log is natural
+//   pow(x;y)
+//   sin cos tan (degrees in), asin acos atan (degrees out), atan2(y;x) (degrees out)
+//   rad(deg), deg(rad)           conversions
+//
+// Angles are in degrees, as everywhere in the product. Multiples of 90 degrees give exact
+// results (sin(180) is 0, cos(90) is 0); tan of an odd multiple of 90 is a domain error.
+//
+// Errors are values (kapExprError / an error kapExprValue): a code, the byte offset in the
+// compiled text where the fault lies, and a message. Nothing here throws or prints. A text that
+// does not parse compiles to an object that holds its syntax error (ok() is false); evaluating
+// it answers that error.
+//
+// Nesting is bounded: a text nested deeper than kapExpr::max_depth compiles to a "too deep"
+// error, and evaluations nested through the scope (a parameter's expression reading another's)
+// share a per-thread budget, so neither a deep text nor a long chain overflows the stack.
+//
+// The library reads and writes numbers in the C locale only: '.' is the decimal point and ';'
+// separates arguments, whatever the process locale.
+
+#include <cstdint>
+#include <memory>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+class kapExprScope;
+
+// Error codes. The numbers are those of the framework's error parameter where both have one.
+enum kapExprErrorCode : int {
+    kapExprOk = 0,
+    kapExprErrSyntax = 1,        // the text does not parse
+    kapExprErrType = 2,          // an operand of the wrong type ('abc' * 2, a text as a condition)
+    kapExprErrUnknownName = 3,   // a name or function that nothing answers
+    kapExprErrCycle = 5,         // an expression that reads itself through the scope
+    kapExprErrDivideByZero = 6,  // x / 0
+    kapExprErrTooDeep = 7,       // nesting beyond the bounds
+    kapExprErrBadCall = 8,       // a built-in called with the wrong number or kind of arguments
+    kapExprErrDomain = 9,        // sqrt(-1), log(0), asin(2), tan(90), a result that is not finite
+};
+
+struct kapExprError {
+    int code = kapExprOk;
+    int offset = -1;  // byte offset in the compiled text; -1 when unknown
+    std::string message;
+};
+
+// One component of a name path: a name, or an index written "[16]".
+struct kapExprName {
+    std::string_view text;    // the name as written; empty for an index
+    std::uint32_t hash = 0;   // kapExpr::name_hash(text); 0 for an index
+    std::int32_t index = -1;  // >= 0 for an index component
+    bool is_index() const noexcept { return index >= 0; }
+};
+
+// Where a path starts.
+enum class kapExprAnchor : std::uint8_t {
+    owner,   // at the parameter that owns the expression
+    root,    // "RootPar.X": at the root of the owner's tree (the alias is not a component)
+    global,  // "{toolpath}.X": at the entity `entity` of the global scope
+};
+
+// A name path as compiled. Every view points into the compiled object and lives as long as it.
+struct kapExprPath {
+    kapExprAnchor anchor = kapExprAnchor::owner;
+    kapExprName entity;                       // global: the entity's name; empty otherwise
+    std::span<const kapExprName> components;  // after the anchor; empty for "RootPar" alone
+    std::string_view text;                    // the path as written: "RootPar.Rapid.SafeArea"
+    std::string_view relative;  // the components' text: "Rapid.SafeArea" (a key path as is)
+};
+
+// A value. Texts are either borrowed (the bytes must outlive the evaluation: literals of the
+// compiled text, texts held by the parameters) or owned (computed texts).
+class kapExprValue {
+  public:
+    enum class Type : std::uint8_t { none, number, boolean, text, node, error };
+
+    kapExprValue() noexcept = default;
+    static kapExprValue from_number(double v) noexcept;
+    static kapExprValue from_bool(bool v) noexcept;
+    static kapExprValue from_text(std::string_view borrowed) noexcept;
+    static kapExprValue from_owned_text(std::string text);
+    // A node of `scope`; the scope keeps it alive until the evaluation's answer is used.
+    static kapExprValue from_node(const void* node, const kapExprScope* scope) noexcept;
+    static kapExprValue from_error(int code, std::string message, int offset = -1);
+    static kapExprValue from_error(const kapExprError& e);
+
+    Type type() const noexcept { return type_; }
+    bool is_none() const noexcept { return type_ == Type::none; }
+    bool is_number() const noexcept { return type_ == Type::number; }
+    bool is_bool() const noexcept { return type_ == Type::boolean; }
+    bool is_text() const noexcept { return type_ == Type::text; }
+    bool is_node() const noexcept { return type_ == Type::node; }
+    bool is_error() const noexcept { return type_ == Type::error; }
+
+    // number: the number; boolean: 0 or 1; anything else 0.
+    double number() const noexcept;
+    // boolean: itself; number: non-zero; anything else false.
+    bool boolean() const noexcept { return number() != 0.0; }
+    // text: the text; error: the message; anything else empty.
+    std::string_view text() const noexcept { return text_; }
+    const void* node() const noexcept { return type_ == Type::node ? ptr_ : nullptr; }
+    const kapExprScope* scope() const noexcept { return type_ == Type::node ? scope_ : nullptr; }
+    int error_code() const noexcept { return type_ == Type::error ? code_ : kapExprOk; }
+    int error_offset() const noexcept { return type_ == Type::error ? offset_ : -1; }
+    kapExprError error() const;
+    // Sets the offset of an error that has none (the evaluator marks where a scope's error arose).
+    void set_error_offset_if_unknown(int offset) noexcept {
+        if (type_ == Type::error && offset_ < 0) offset_ = offset;
+    }
+
+  private:
+    Type type_ = Type::none;
+    int code_ = 0;
+    int offset_ = -1;
+    double num_ = 0.0;
+    const void* ptr_ = nullptr;
+    const kapExprScope* scope_ = nullptr;
+    std::string_view text_;
+    std::shared_ptr<const std::string> own_;  // owned texts and error messages
+};
+
+// What an expression is evaluated against; the parameter framework implements it for the
+// parameter that owns the expression.
+class kapExprScope {
+  public:
+    virtual ~kapExprScope() = default;
+    // The value of a name path: a node reference (usual), a plain value, or an error value
+    // (kapExprErrUnknownName when nothing answers). Offsets may be left -1: the evaluator sets
+    // them.
+    virtual kapExprValue resolve(const kapExprPath& path) const = 0;
+    // A call that is not a built-in: "IsTurning()", "Tool.IsTurning()",
+    // "stepover_from_cusp(StepoverCusp;Tool)". Arguments are evaluated, node references kept.
+    virtual kapExprValue call(const kapExprPath& fn, std::span<const kapExprValue> args) const = 0;
+    // The plain value (number, boolean, text or error) of a node this scope handed out.
+    virtual kapExprValue value_of(const void* node) const = 0;
+    // Whether a node this scope handed out is active.
+    virtual bool is_active(const void* node) const = 0;
+};
+
+// A compiled expression: immutable, shared, evaluated from any number of threads at once.
+struct kapExprCompiled {
+  public:
+    kapExprCompiled(const kapExprCompiled&) = delete;
+    kapExprCompiled& operator=(const kapExprCompiled&) = delete;
+    ~kapExprCompiled();
+
+    bool ok() const noexcept { return error_.code == kapExprOk; }
+    // The compile error; code kapExprOk when the text compiled.
+    const kapExprError& error() const noexcept { return error_; }
+    // The text as given to compile (with its "${" "}" when wrapped).
+    const std::string& text() const noexcept { return text_; }
+    // The name paths read (through resolve, including the argument of active()), each once, in
+    // order of first appearance; and the functions called through the scope.
+    std::span<const kapExprPath> names() const noexcept { return names_; }
+    std::span<const kapExprPath> calls() const noexcept { return calls_; }
+    // Depth of the compiled tree (1 for a lone constant or name).
+    int depth() const noexcept { return depth_; }
+    // True when the text is a constant (its value needs no scope).
+    bool is_constant() const noexcept;
+
+    // The answer as it stands: a node reference for a bare name or a select() of names, else a
+    // plain value or an error.
+    kapExprValue evaluate(const kapExprScope& scope) const;
+    // The answer as a number (error when it is not one) / as a condition (error when it cannot
+    // serve as one). Node references are turned into values through their scope.
+    kapExprValue evaluate_number(const kapExprScope& scope) const;
+    kapExprValue evaluate_bool(const kapExprScope& scope) const;
+
+  private:
+    friend class kapExprParser;
+    friend class kapExprEvaluator;
+    friend class kapExpr;
+    kapExprCompiled() = default;
+
+    // clang-format off
+    enum class Op : std::uint8_t {
+        constant,  // value: consts_[a]
+        name,      // names_[a]
+        neg, pos, lnot,
+        mul, div, add, sub,
+        eq, ne, lt, gt, le, ge,
+        land, lor,
+        builtin,   // function a; arguments args_[b .. b+n)
+        call,      // calls_[a]; arguments args_[b .. b+n)
+    };
+    // clang-format on
+    struct Node {
+        Op op;
+        std::uint8_t n = 0;  // unary/binary: children a, b; calls: argument count
+        std::uint32_t offset = 0;
+        std::uint32_t a = 0, b = 0;
+    };
+
+    std::string text_;
+    kapExprError error_;
+    std::vector<Node> nodes_;
+    std::vector<std::uint32_t> args_;
+    std::vector<kapExprValue> consts_;
+    std::vector<kapExprName> comps_;
+    std::vector<kapExprPath> names_;
+    std::vector<kapExprPath> calls_;
+    std::uint32_t root_ = 0;
+    int depth_ = 0;
+};
+
+// Marks a node as being evaluated on this thread while the guard lives, so that an expression
+// reading itself through the scope is caught: value_of takes a guard on the node before
+// evaluating the node's own expression and answers error() instead when ok() is false.
+// Guards nest up to kapExpr::max_depth on a thread; beyond that they answer "too deep".
+class kapExprGuard {
+  public:
+    explicit kapExprGuard(const void* node) noexcept;
+    ~kapExprGuard();
+    kapExprGuard(const kapExprGuard&) = delete;
+    kapExprGuard& operator=(const kapExprGuard&) = delete;
+    bool ok() const noexcept { return code_ == kapExprOk; }
+    // kapExprErrCycle when the node was already being evaluated, kapExprErrTooDeep when the
+    // nesting is too deep.
+    int code() const noexcept { return code_; }
+    kapExprValue error() const;
+
+  private:
+    int code_ = kapExprOk;
+};
+
+class kapExpr {
+  public:
+    kapExpr() = delete;
+
+    // Deepest nesting a text may have.
+    static constexpr int max_depth = 256;
+
+    // The compiled form of `text`, from the process-wide cache (compiled on first use; the same
+    // object for the same text). Always an object: a text that does not parse holds its error.
+    // A "${...}" text compiles its inside. Thread-safe.
+    static std::shared_ptr<const kapExprCompiled> compile(std::string_view text);
+    // The same without the cache: a fresh object each call.
+    static std::shared_ptr<const kapExprCompiled> compile_uncached(std::string_view text);
+    // Number of texts in the cache / empties it (objects in use stay valid).
+    static std::size_t cache_size();
+    static void clear_cache();
+
+    // "${...}": a text wrapped so, found in a string value, is an expression.
+    static bool is_wrapped(std::string_view text) noexcept;
+    // The inside of a wrapped text; any other text unchanged.
+    static std::string_view unwrap(std::string_view text) noexcept;
+
+    // The text in the current locale's number form. The library reads and writes numbers in the
+    // C locale only, so this answers the text unchanged.
+    static std::string localize(std::string_view text);
+
+    // Case-insensitive (ASCII) hash of a name: FNV-1a over the lower-cased bytes. The hash that
+    // kapExprName carries; name tables should index with the same function.
+    static constexpr std::uint32_t name_hash(std::string_view name) noexcept {
+        std::uint32_t h = 2166136261u;
+        for (char c : name) {
+            const char l = (c >= 'A' && c <= 'Z') ? static_cast<char>(c - 'A' + 'a') : c;
+            h ^= static_cast<unsigned char>(l);
+            h *= 16777619u;
+        }
+        return h;
+    }
+
+    // Conversions with the language's rules; node references are asked of their scope.
+    // to_number: numbers, booleans (0, 1), texts that read as numbers or "true"/"false".
+    // to_bool: the same, non-zero being true; an empty text is false.
+    static kapExprValue to_number(const kapExprValue& v);
+    static kapExprValue to_bool(const kapExprValue& v);
+    // A node reference's plain value; any other value as it is.
+    static kapExprValue to_plain(const kapExprValue& v);
+    // Reads a whole text as a number (C locale; blanks around allowed); false when it is not one.
+    static bool parse_number(std::string_view text, double& out) noexcept;
+    // The shortest text that reads back as `v` ("0.5", "3", "1e-07").
+    static std::string format_number(double v);
+};

@@ -1,0 +1,123 @@
+#include "kapparameter/kapParameterKey.h"
+
+#include <charconv>
+
+namespace {
+
+bool is_digit(char c) { return c >= '0' && c <= '9'; }
+
+}  // namespace
+
+bool kapParameterKey::parse(std::string_view path, std::vector<Component>& out) {
+    out.clear();
+    std::size_t i = 0;
+    const std::size_t n = path.size();
+    if (n == 0) return true;
+    bool expect_name = true;  // at the start and after '.'
+    while (i < n) {
+        const char c = path[i];
+        if (c == '[') {
+            const std::size_t start = i++;
+            const std::size_t digits = i;
+            while (i < n && is_digit(path[i])) ++i;
+            if (i == digits || i >= n || path[i] != ']' || i - digits > 9) return false;
+            int index = 0;
+            std::from_chars(path.data() + digits, path.data() + i, index);
+            ++i;
+            out.push_back(Component{static_cast<std::uint32_t>(start),
+                                    static_cast<std::uint32_t>(i - start), index});
+            expect_name = false;
+            if (i < n && path[i] == '.') {
+                ++i;
+                if (i == n) return false;
+                expect_name = true;
+            } else if (i < n && path[i] != '[') {
+                return false;
+            }
+            continue;
+        }
+        if (!expect_name || c == '.' || c == ']') return false;
+        const std::size_t start = i;
+        while (i < n && path[i] != '.' && path[i] != '[' && path[i] != ']') ++i;
+        if (i < n && path[i] == ']') return false;
+        out.push_back(Component{static_cast<std::uint32_t>(start),
+                                static_cast<std::uint32_t>(i - start), -1});
+        expect_name = false;
+        if (i < n && path[i] == '.') {
+            ++i;
+            if (i == n) return false;
+            expect_name = true;
+        }
+    }
+    return true;
+}
+
+void kapParameterKey::assign(std::string_view path) {
+    text_.assign(path);
+    valid_ = parse(text_, comps_);
+    if (!valid_) comps_.clear();
+}
+
+kapParameterKey::kapParameterKey(const utString& path) { assign(path); }
+kapParameterKey::kapParameterKey(const char* path) { assign(path ? std::string_view(path) : ""); }
+kapParameterKey::kapParameterKey(std::string_view path) { assign(path); }
+
+kapParameterKey::kapParameterKey(const utString& name, const utString& legacy_key,
+                                 const kapParameterKey& parent)
+    : text_(parent.text_), legacy_(legacy_key), comps_(parent.comps_), valid_(parent.valid_) {
+    if (!text_.empty()) text_ += '.';
+    const auto offset = static_cast<std::uint32_t>(text_.size());
+    text_ += name;
+    if (name.empty() || name.find_first_of(".[]") != utString::npos) valid_ = false;
+    comps_.push_back(Component{offset, static_cast<std::uint32_t>(name.size()), -1});
+    if (!valid_) comps_.clear();
+}
+
+kapParameterKey::kapParameterKey(int index, const utString& name) {
+    utString text = name;
+    text += '[';
+    text += std::to_string(index);
+    text += ']';
+    assign(text);
+    if (index < 0) {
+        valid_ = false;
+        comps_.clear();
+    }
+}
+
+std::string_view kapParameterKey::first_view() const noexcept {
+    if (comps_.empty()) return {};
+    return component_text(0);
+}
+
+utString kapParameterKey::first() const { return utString(first_view()); }
+
+utString kapParameterKey::first_lower() const { return kapdowncase(first_view()); }
+
+kapParameterKey kapParameterKey::remainder() const {
+    kapParameterKey out;
+    if (comps_.size() <= 1) return out;
+    const std::uint32_t base = comps_[1].offset;
+    out.text_ = text_.substr(base);
+    out.comps_.assign(comps_.begin() + 1, comps_.end());
+    for (auto& c : out.comps_) c.offset -= base;
+    out.legacy_ = legacy_;
+    return out;
+}
+
+utString kapParameterKey::remainder_str() const {
+    if (comps_.size() <= 1) return utString();
+    return text_.substr(comps_[1].offset);
+}
+
+kapParameterKey kapParameterKey::operator+(const kapParameterKey& rhs) const {
+    if (empty()) return rhs;
+    if (rhs.empty()) return *this;
+    utString text = text_;
+    if (!rhs.comps_.front().is_index()) text += '.';
+    text += rhs.text_;
+    kapParameterKey out(text);
+    out.legacy_ = rhs.legacy_;
+    out.valid_ = out.valid_ && valid_ && rhs.valid_;
+    return out;
+}

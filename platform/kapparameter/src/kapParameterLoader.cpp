@@ -1,0 +1,79 @@
+#include "kapparameter/kapParameterLoader.h"
+
+kapParameterLoader::kapParameterLoader(kapParameterRoot& root, int version)
+    : root_(root), version_(version) {}
+
+kapParameterLoader::~kapParameterLoader() = default;
+
+int kapParameterLoader::load_par(const kapParameterKey& key, const utString& value) {
+    auto& unrecognised = kapParameterUpdater::get_unrecognised_pars();
+    const utString current = root_.lookup_key_synonym(key.str());
+    const kapParameter* found = root_.find_node(current);
+    if (found == nullptr || found == &root_ || kapParameterMap::ut_dynamic_cast(found) != nullptr) {
+        unrecognised[key.str()] = value;
+        return 0;
+    }
+    auto* par = const_cast<kapParameter*>(found);
+    kapBlockParUpdateCallbacks quiet;
+    if (!par->set_string(value)) {
+        unrecognised[key.str()] = value;
+        return -1;
+    }
+    loaded_.insert_last(current);
+    return 1;
+}
+
+void kapParameterLoader::define_par(const kapParameterKey& key, kapParameterPtr par) {
+    root_.add(key, par);
+}
+
+void kapParameterLoader::associate(const kapParameterKey& key, const kapUniqueIdPtr& id) {
+    if (!id) return;
+    const kapParameter* found = root_.find_node(key.str());
+    if (found && found->is_ref()) {
+        kapBlockParUpdateCallbacks quiet;
+        const_cast<kapParameter*>(found)->set_ref_from_id(id->first);
+    }
+}
+
+void kapParameterLoader::finalise_loading() { root_.set_modified(false); }
+
+kapParameterUpdater::~kapParameterUpdater() = default;
+
+void kapParameterUpdater::update(int version, kapParameterRoot& root, const utStringcoSList& list) {
+    apply_update(version, root, nullptr, list);
+}
+
+utStringutStringcoTable& kapParameterUpdater::get_unrecognised_pars() {
+    static utStringutStringcoTable table;
+    return table;
+}
+
+void kapParameterUpdater::apply_update(int version, kapParameterRoot& root,
+                                       const kapParameterSimpleUpdatercoSList* list,
+                                       const utStringcoSList& keys) {
+    if (list == nullptr) return;
+    int running = version;
+    bool ran = false;
+    for (std::size_t n = 0; n < list->size(); ++n) {
+        if (static_cast<long long>(n) < static_cast<long long>(version)) continue;
+        if ((*list)[n] == nullptr) continue;
+        (*list)[n](running, root, keys);
+        ran = true;
+    }
+    if (ran) root.set_version(running);
+}
+
+namespace {
+class kapBaseUpdater final : public kapParameterUpdater {};
+}  // namespace
+
+kapParameterLoader* kapParameterRoot::create_loader(kapPtrClaim, int version) {
+    if (is_locked()) return nullptr;
+    return new kapParameterLoader(*this, version);
+}
+
+kapParameterUpdater* kapParameterRoot::get_updater() {
+    static kapBaseUpdater updater;
+    return &updater;
+}
