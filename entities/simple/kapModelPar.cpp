@@ -1,0 +1,78 @@
+#include "kappar/kapModelPar.h"
+
+namespace {
+
+// The blanks around several descriptions are part of the schema as saved projects know it.
+// clang-format off
+constexpr kapDeclState kTypeStates[] = {
+    {"surfwire", "Surf Wire", " Model made of surfaces / wireframes. "},
+    {"triangle", "Triangle",  " Model made of triangles. "},
+    {"hybrid",   "Hybrid",    " Model made of surfaces and triangles. "},
+    {"unknown",  "Unknown",   " Unknown model type. "},
+};
+
+constexpr kapDeclState kOriginStates[] = {
+    {"archive",  "Archive",  " A model which has been imported and has not been changed since. "},
+    {"modified", "Modified", " A model which has been imported and has since been modified. "},
+    {"internal", "Internal", " A model which has been created in Vantor. "},
+    {"external", "External", " A model from OLE. "},
+    {"unknown",  "Unknown",  " A model whose origin we do not yet know. "},
+};
+
+constexpr kapDeclRow kRows[] = {
+    {.path = "Type",               .legacy = "type",               .label = "Type",                 .kind = kapDeclKind::enumeration, .states = kTypeStates,   .def = "unknown", .desc = "The type of model."},
+    {.path = "Origin",             .legacy = "origin",             .label = "Origin",               .kind = kapDeclKind::enumeration, .states = kOriginStates, .def = "unknown", .desc = "The origin of the model - where it came from."},
+    {.path = "Path",               .legacy = "path",               .label = "Path",                 .kind = kapDeclKind::path,                                                   .desc = "The location of the file the model was loaded from."},
+    {.path = "ImportTime",         .legacy = "importtime",         .label = "Import Time",          .kind = kapDeclKind::integer,                                .def = "0",       .desc = "The time when the model was imported."},
+    {.path = "ModificationTime",   .legacy = "modificationtime",   .label = "Modification Time",    .kind = kapDeclKind::integer,                                .def = "0",       .desc = "The time the model was last modified."},
+    {.path = "IsBroken",           .legacy = "isbroken",           .label = "Broken",               .kind = kapDeclKind::flag,                                   .def = "0",       .desc = " Whether or not the file the model was imported from contained errors. Broken models cannot be machined. "},
+    {.path = "HasBadSurface",      .legacy = "hasbadsurface",      .label = "Bad Surface",          .kind = kapDeclKind::flag,                                   .def = "0",       .desc = " Whether or not any of the components of the model failed to triangulate. Such models will not be machined. "},
+    {.path = "Translucency",       .legacy = "translucency",       .label = "Translucency",         .kind = kapDeclKind::integer,                                .def = "0",       .desc = "The percentage translucency at which the model should be shaded."},
+    {.path = "IsReferenceModel",   .legacy = "isreferencemodel",   .label = "Is Reference Model",   .kind = kapDeclKind::flag,                                   .def = "0",       .desc = " Whether or not the model is a reference model. Reference models are not considered for machining. "},
+    {.path = "NumberOfComponents", .legacy = "numberofcomponents", .label = "Number of Components", .kind = kapDeclKind::integer,                                .def = "0",       .desc = "The number of components in the model."},
+    {.path = "Components",         .legacy = "components",         .label = "Model::Components",    .kind = kapDeclKind::data, .type = "ModelCompList",                            .desc = "A list of the model's components"},
+};
+// clang-format on
+
+constexpr std::string_view kHierarchy = "Hierarchy";
+
+}  // namespace
+
+std::span<const kapDeclRow> kapModelPar::schema() { return kRows; }
+
+kapModelPar::~kapModelPar() {
+    // Destruction is not an edit: the hierarchy's back-links are broken even on a locked model.
+    kapParameterNoLock unlocked;
+    if (auto* top = kapParameterMap::ut_dynamic_cast(find_child(kHierarchy))) top->remove_all();
+}
+
+void kapModelPar::reset() {
+    if (is_locked()) return;
+    kapParameterRoot::reset();
+    kapParameterPtr top(new kapModelHierarchyElementPar(get_root_name(), kapParameterPtr()));
+    top->set_group_name("Model");
+    top->set_label("Model Hierarchy Root");
+    top->set_desc("The top of the model's hierarchy of assemblies, parts and bodies.");
+    add(kapParameterKey(utString(kHierarchy)), top);
+}
+
+void kapModelPar::remove_all() {
+    if (is_locked()) return;
+    if (auto* top = kapParameterMap::ut_dynamic_cast(find_child(kHierarchy))) top->remove_all();
+    kapParameterMap::remove_all();
+}
+
+kapModelHierarchyElementPar* kapModelPar::hierarchy() const noexcept {
+    return kapModelHierarchyElementPar::ut_dynamic_cast(find_child(kHierarchy));
+}
+
+void kapModelParUpdater::fill(kapParameterSimpleUpdatercoSList& list) {
+    list.insert_last(&update_from_0_to_1);
+}
+
+void kapModelParUpdater::update_from_0_to_1(int& version, kapParameterRoot&,
+                                            const utStringcoSList&) {
+    version = 1;
+}
+
+KAPPAR_REGISTER_ENTITY(kapModelPar)

@@ -1,0 +1,676 @@
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <regex>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "kappar/kapBoundaryPar.h"
+#include "kappar/kapHistoryFactory.h"
+#include "kapparameter/kapExpr.h"
+#include "kapparameter/kapParameterFile.h"
+
+namespace {
+
+using Pairs = std::vector<std::pair<std::string, std::string>>;
+
+// A boundary loaded from `pairs` saved at `version`, then updated; the unrecognised table is
+// cleared first and holds what the loader left in it.
+std::unique_ptr<kapBoundaryPar> load(int version, const Pairs& pairs, bool update = true) {
+    kapParameterUpdater::get_unrecognised_pars().clear();
+    auto b = std::make_unique<kapBoundaryPar>("B");
+    std::unique_ptr<kapParameterLoader> loader(b->create_loader(kapPtrClaim{}, version));
+    if (!loader) return nullptr;
+    for (const auto& [k, v] : pairs) loader->load_par(kapParameterKey(k), v);
+    if (update) b->get_updater()->update(version, *b, loader->loaded_keys());
+    return b;
+}
+
+bool unrecognised(const std::string& key) {
+    return kapParameterUpdater::get_unrecognised_pars().contains(key);
+}
+
+// -----------------------------------------------------------------------------------------------
+// Protocol and the stated declarations
+
+TEST(Boundary, ProtocolAndOwnMember) {
+    kapBoundaryPar b("B1");
+    EXPECT_EQ(b.get_root_type(), "boundary");
+    EXPECT_EQ(b.version(), 3);
+    EXPECT_EQ(b.get_precedence(), 6);
+    EXPECT_EQ(b.get_boundary(), nullptr);
+
+    const auto* geometry = reinterpret_cast<const kapPattern*>(&b);  // any address will do
+    b.set_boundary(geometry);
+    b["Tolerance"]->set_double(0.5);
+    std::unique_ptr<kapParameter> copy(b.create_new());
+    const auto* c = kapBoundaryPar::ut_dynamic_cast(copy.get());
+    ASSERT_NE(c, nullptr);
+    EXPECT_EQ(c->get_boundary(), geometry);
+    EXPECT_TRUE(c->is_equal(b));
+    EXPECT_NE(c->get_id(), b.get_id());
+
+    kapParameterRoot other("level", 1, "L");
+    EXPECT_EQ(kapBoundaryPar::ut_dynamic_cast(&other), nullptr);
+    EXPECT_EQ(kapBoundaryPar::ut_dynamic_cast(nullptr), nullptr);
+
+    b.set_locked(true);
+    EXPECT_EQ(b.create_loader(kapPtrClaim{}, 1), nullptr);
+}
+
+TEST(Boundary, TypeEnumerationAsStated) {
+    // clang-format off
+    const std::vector<std::vector<std::string>> expected = {
+        {"user", "User", "Boundary defined by points input by the user."},
+        {"block", "Block", "Boundary from the current block."},
+        {"silhouette", "Silhouette", "Silhouette of the model projected in the Z axis."},
+        {"shallow", "Shallow", "Boundary at the junction between horizontal and vertical regions."},
+        {"rest", "Rest", "Boundary of regions where the new tool can machine further into a corner than the reference tool."},
+        {"selected", "Selected", "Boundary around selected surfaces."},
+        {"collision", "Collision", "Boundary of regions which are collision safe."},
+        {"contact_conv", "Contact Conversion", "Converts a contact point boundary into a boundary that can be used for a specific tool."},
+        {"contact_point", "Contact Point", "A boundary that limits the tool contact point rather than the tip position."},
+        {"stockmodel_rest", "Stockmodel Rest", "Rest boundary using stockmodel."},
+        {"boolean_operation", "Boolean Operation", "Boundary resulting of boolean operation between two reference boundaries."},
+        {"halden", "Halden Boundary", "Boundary created from halden parameters."},
+        {"penciled_in_rest", "Penciled In Rest Boundary", "Boundary combining rest regions with a pencil trace."},
+    };
+    // clang-format on
+    kapBoundaryPar b("B");
+    const auto* type = kapParameterEnum::ut_dynamic_cast(b["Type"].pointer());
+    ASSERT_NE(type, nullptr);
+    ASSERT_EQ(type->num_states(), 13);
+    for (int i = 0; i < 13; ++i) {
+        const auto& want = expected[static_cast<std::size_t>(i)];
+        EXPECT_EQ(type->state(i).key, want[0]);
+        EXPECT_EQ(type->state(i).label, want[1]);
+        EXPECT_EQ(type->state(i).desc, want[2]);
+    }
+    EXPECT_EQ(type->get_string(), "block");
+    EXPECT_EQ(type->get_group_name(), "Boundary");
+    EXPECT_EQ(type->get_desc(), "Type of boundary.");
+
+    const auto* model = kapParameterEnum::ut_dynamic_cast(b["NonIgnoredModelState"].pointer());
+    ASSERT_NE(model, nullptr);
+    ASSERT_EQ(model->num_states(), 3);
+    EXPECT_EQ(model->state(0).key, "unchanged");
+    EXPECT_EQ(model->state(1).desc, "Model has changed since calculation.");
+    EXPECT_EQ(model->state(2).label, "Approved");
+    EXPECT_EQ(model->get_string(), "unchanged");
+    EXPECT_EQ(model->get_label(), "Model Changed");
+    EXPECT_EQ(model->get_group_name(), "Debug");
+    EXPECT_EQ(model->get_desc(), "The non-ignored model state change since calculation.");
+}
+
+TEST(Boundary, ToleranceAndThicknessAsStated) {
+    for (int units : {0, 1}) {
+        kapUnitsScope scope(units);
+        kapBoundaryPar b("B");
+        const kapParameterPtr tol = b["Tolerance"];
+        EXPECT_DOUBLE_EQ(tol->get_double(), units == 0 ? 0.1 : 0.002);
+        EXPECT_EQ(tol->get_active(), "Type!='block'");
+        EXPECT_EQ(tol->get_desc(), "Determines how accurately the boundary is calculated.");
+        EXPECT_EQ(tol->get_measure_mode(), 1);
+        EXPECT_TRUE(tol->impl().has_range);
+        EXPECT_FALSE(tol->impl().range.contains(-1.0));
+        EXPECT_EQ(kapParameterNumeric::ut_dynamic_cast(tol.pointer())->get_dimensions().standard(),
+                  kapDimLength);
+
+        const kapParameterPtr th = b["Thickness"];
+        EXPECT_EQ(th->get_double(), 0.0);
+        EXPECT_EQ(th->get_desc(), "Thickness.");
+        EXPECT_EQ(th->get_active(),
+                  "Type!='block' AND Type!='user' AND Type!='boolean_operation' AND "
+                  "Type!='contact_point'");
+    }
+}
+
+// Element 16 gets its collision thickness in the unit system of construction; 15 and 17 are
+// ignored; the others keep the declared defaults. A later reset restores them.
+class ThicknessSetDefaults : public ::testing::TestWithParam<std::pair<int, double>> {};
+
+TEST_P(ThicknessSetDefaults, LastThreeSetsAfterConstructionAndReset) {
+    kapUnitsScope scope(GetParam().first);
+    kapBoundaryPar b("B");
+    ASSERT_EQ(b["ThicknessSetValues"]->size(), 18u);
+    for (int pass = 0; pass < 2; ++pass) {
+        EXPECT_EQ(b["ThicknessSetValues[15].Mode"]->get_string(), "ignore");
+        EXPECT_EQ(b["ThicknessSetValues[16].Mode"]->get_string(), "collision_check");
+        EXPECT_EQ(b["ThicknessSetValues[17].Mode"]->get_string(), "ignore");
+        EXPECT_DOUBLE_EQ(b["ThicknessSetValues[16].Thickness"]->get_double(), GetParam().second);
+        EXPECT_EQ(b["ThicknessSetValues[14].Mode"]->get_string(), "machine");
+        EXPECT_EQ(b["ThicknessSetValues[0].Mode"]->get_string(), "machine");
+        EXPECT_EQ(b["ThicknessSetValues[15].Thickness"]->get_double(), 0.0);
+        EXPECT_FALSE(kapBoundaryPar::is_resetting());
+        b["ThicknessSetValues[16].Mode"]->set_string("machine");
+        b["ThicknessSetValues[16].Thickness"]->set_double(1.0);
+        b.reset();
+    }
+    // The shared prototype was not touched by the writes.
+    kapBoundaryPar fresh("C");
+    EXPECT_EQ(fresh["ThicknessSetValues[16].Mode"]->get_string(), "collision_check");
+}
+
+INSTANTIATE_TEST_SUITE_P(Units, ThicknessSetDefaults,
+                         ::testing::Values(std::make_pair(0, 5.0), std::make_pair(1, 0.2)));
+
+// A reset that runs while another reset is declaring the tree only clears the flag: it neither
+// empties nor declares the tree, and the outer reset still finishes its work.
+class ReenteringBoundary : public kapBoundaryPar {
+public:
+    using kapBoundaryPar::kapBoundaryPar;
+    void build_tree(kapParameter* parent) override {
+        ++builds;
+        if (reenter) {
+            reenter = false;
+            flag_on_entry = is_resetting();
+            reset();
+            flag_after_inner = is_resetting();
+        }
+        kapBoundaryPar::build_tree(parent);
+    }
+    bool reenter = false;
+    bool flag_on_entry = false;
+    bool flag_after_inner = true;
+    int builds = 0;
+};
+
+TEST(Boundary, ResetReentryOnlyClearsTheFlag) {
+    ReenteringBoundary b("B");  // built as a kapBoundaryPar: the override is not yet in place
+    EXPECT_EQ(b.builds, 0);
+    b["ThicknessSetValues[17].Mode"]->set_string("machine");
+    b.reenter = true;
+    b.reset();
+    EXPECT_EQ(b.builds, 1);
+    EXPECT_TRUE(b.flag_on_entry);
+    EXPECT_FALSE(b.flag_after_inner);
+    EXPECT_FALSE(kapBoundaryPar::is_resetting());
+    EXPECT_EQ(b["ThicknessSetValues[17].Mode"]->get_string(), "ignore");
+    // The flag is clear again: the next reset runs in full.
+    b["ThicknessSetValues[17].Mode"]->set_string("machine");
+    b.reset();
+    EXPECT_EQ(b.builds, 2);
+    EXPECT_EQ(b["ThicknessSetValues[17].Mode"]->get_string(), "ignore");
+}
+
+// -----------------------------------------------------------------------------------------------
+// Every declared parameter
+
+struct SchemaWalk {
+    int parameters = 0;
+    int enumerations = 0;
+    int actives = 0;
+    std::vector<std::string> faults;
+};
+
+std::string lower(std::string s) { return kapdowncase(s); }
+
+// Resolves a name path the way activity expressions do: among the owner's siblings first, then
+// outward through the enclosing maps.
+const kapParameter* resolve(const kapParameter& owner, std::string_view path) {
+    for (const kapParameter* m = owner.parent(); m != nullptr; m = m->parent()) {
+        if (const kapParameter* n = m->find_node(path)) return n;
+    }
+    return nullptr;
+}
+
+void check_active(const kapParameter& p, const std::string& where, SchemaWalk& w) {
+    const utString& text = p.get_active();
+    if (text.empty()) return;
+    ++w.actives;
+    auto compiled = kapExpr::compile(text);
+    if (!compiled->ok()) {
+        w.faults.push_back(where + ": active does not parse: " + text);
+        return;
+    }
+    if (!compiled->calls().empty()) w.faults.push_back(where + ": active calls a function");
+    for (const kapExprPath& path : compiled->names()) {
+        if (resolve(p, path.relative) == nullptr) {
+            w.faults.push_back(where + ": active names nothing: " + std::string(path.text));
+        }
+    }
+    // Literals compared with an enumeration must be states of it.
+    static const std::regex cmp(R"(([A-Za-z_][A-Za-z0-9_.\[\]]*)\s*[!=]=\s*'([^']*)')");
+    for (std::sregex_iterator it(text.begin(), text.end(), cmp), end; it != end; ++it) {
+        const auto* e = kapParameterEnum::ut_dynamic_cast(resolve(p, (*it)[1].str()));
+        if (e == nullptr) {
+            w.faults.push_back(where + ": compares a non-enumeration: " + (*it)[1].str());
+        } else if (e->find_state((*it)[2].str()) < 0) {
+            w.faults.push_back(where + ": no state '" + (*it)[2].str() + "' in " + (*it)[1].str());
+        }
+    }
+}
+
+void walk(const kapParameterMap& map, const std::string& path, SchemaWalk& w) {
+    static const std::set<std::string> groups = {
+        "Boundary", "Block",   "Machining",    "Debug", "Active", "Tolerance and Thickness",
+        "General",  "Bad Surfaces"};
+    const bool sequence = kapParameterArray::ut_dynamic_cast(&map) != nullptr;
+    std::set<std::string> keys;  // names and legacy keys, as lookups fold them
+    for (std::size_t i = 0; i < map.size(); ++i) {
+        const kapParameter& p = *map.child(i);
+        const std::string name = p.get_name();
+        const std::string where = sequence ? path + "[" + std::to_string(i) + "]"
+                                           : (path.empty() ? name : path + "." + name);
+        if (!sequence) {
+            ++w.parameters;
+            for (const std::string& k : std::set<std::string>{lower(name), p.get_legacy_key()}) {
+                if (k.empty() || !keys.insert(k).second) {
+                    w.faults.push_back(where + ": name or legacy key '" + k + "' clashes");
+                }
+            }
+            if (p.get_label().empty()) w.faults.push_back(where + ": no label");
+            if (p.get_desc().empty()) w.faults.push_back(where + ": no description");
+            if (!groups.contains(p.get_group_name())) {
+                w.faults.push_back(where + ": group '" + p.get_group_name() + "'");
+            }
+            check_active(p, where, w);
+        }
+        if (!p.check_range()) w.faults.push_back(where + ": default out of range");
+        if (const auto* e = kapParameterEnum::ut_dynamic_cast(&p)) {
+            ++w.enumerations;
+            std::set<std::string> states;
+            for (int s = 0; s < e->num_states(); ++s) {
+                if (!states.insert(e->state(s).key).second) {
+                    w.faults.push_back(where + ": state '" + e->state(s).key + "' twice");
+                }
+            }
+            if (!e->is_valid()) w.faults.push_back(where + ": default is not a state");
+        }
+        if (const auto* m = kapParameterMap::ut_dynamic_cast(&p)) walk(*m, where, w);
+    }
+}
+
+class BoundarySchema : public ::testing::TestWithParam<int> {};
+
+TEST_P(BoundarySchema, EveryDeclaredParameterIsWellFormed) {
+    kapUnitsScope scope(GetParam());
+    kapBoundaryPar b("B");
+    SchemaWalk w;
+    walk(b, "", w);
+    for (const auto& f : w.faults) ADD_FAILURE() << f;
+    // 102 parameters outside the thickness sets (one of them the array), 10 in each of the 18.
+    EXPECT_EQ(w.parameters, 102 + 18 * 10);
+    EXPECT_EQ(w.enumerations, 8 + 18);
+    EXPECT_GT(w.actives, 40);
+}
+
+INSTANTIATE_TEST_SUITE_P(Units, BoundarySchema, ::testing::Values(0, 1));
+
+TEST(Boundary, TopLevelOrderFollowsTheOutline) {
+    const std::vector<std::string> outline = {
+        "AutoReplay", "Type", "Block", "Workplane", "NonIgnoredModelState", "UserParameters",
+        "Tolerance", "Thickness", "UseAxialThickness", "AxialThickness", "VerticalTolerance",
+        "VerticalAngle", "MaxDeviation", "Mesh", "ThicknessSets", "ThicknessSetValues", "Angle",
+        "MinAngle", "Tool", "ReferenceTool", "ThresholdThickness", "Offset", "Rollover",
+        "VerticalUp", "SelectedSurfacesList", "CollisionCheck", "Clearance", "StockModelState",
+        "StockModelThickerThan", "EdgeTolerance", "Limit", "BlockLimiting",
+        "ContactPointBoundary", "BooleanOperation", "Halden", "Edited", "Computed",
+        "BadSurfaces", "Error", "Private", "AvailablePrivate", "History", "Exclusive"};
+    kapBoundaryPar b("B");
+    ASSERT_EQ(b.size(), outline.size());
+    for (std::size_t i = 0; i < outline.size(); ++i) EXPECT_EQ(b.child(i)->get_name(), outline[i]);
+    EXPECT_FALSE(kapParameterMap::ut_dynamic_cast(b["UserParameters"].pointer())->is_fixed());
+    const auto* workplane = kapParameterRef::ut_dynamic_cast(b["Workplane"].pointer());
+    ASSERT_NE(workplane, nullptr);
+    EXPECT_EQ(workplane->get_ref_root_type(), "workplane");
+    EXPECT_EQ(workplane->get_group_name(), "General");
+}
+
+// -----------------------------------------------------------------------------------------------
+// Synonyms, and the paths that the loader, the updater, reset and the lock rule name
+
+TEST(Boundary, SynonymTableAndNamedPathsResolve) {
+    kapBoundaryPar b("B");
+    const auto rows = kapBoundaryPar::key_synonyms();
+    ASSERT_EQ(rows.size(), 28u);
+    std::set<std::string_view> legacy;
+    for (const auto& row : rows) {
+        EXPECT_TRUE(legacy.insert(row.legacy).second) << row.legacy;
+        EXPECT_EQ(b.lookup_key_synonym(utString(row.legacy)), row.current);
+        EXPECT_NE(b.find_node(row.current), nullptr) << row.current;
+        // Exact and case-sensitive: another spelling is passed on unchanged.
+        utString upper(row.legacy);
+        upper[0] = static_cast<char>(upper[0] - 'a' + 'A');
+        EXPECT_EQ(b.lookup_key_synonym(upper), upper);
+    }
+    EXPECT_EQ(b.lookup_key_synonym("stockmodel.id"), "StockModelState.StockModel");
+    EXPECT_EQ(b.lookup_key_synonym("holder_check"), "CollisionCheck");
+    EXPECT_EQ(b.lookup_key_synonym("use_min_angle"), "use_min_angle");
+
+    for (const char* path :
+         {"Type", "Limit.Boundary", "ContactPointBoundary", "Block.Diameter", "Exclusive",
+          "Tolerance", "Thickness", "Tool", "ThicknessSetValues[15].Mode",
+          "ThicknessSetValues[16].Mode", "ThicknessSetValues[17].Mode",
+          "ThicknessSetValues[16].Thickness"}) {
+        EXPECT_NE(b.find_node(path), nullptr) << path;
+    }
+    EXPECT_NE(kapParameterRef::ut_dynamic_cast(b.find_node("Limit.Boundary")), nullptr);
+    EXPECT_NE(kapParameterRef::ut_dynamic_cast(b.find_node("ContactPointBoundary")), nullptr);
+    EXPECT_NE(kapParameterRef::ut_dynamic_cast(b.find_node("Exclusive")), nullptr);
+    // The old radius must not resolve, so that it lands in the unrecognised table.
+    for (const char* key : {"block.radius", "Block.Radius"}) {
+        EXPECT_EQ(b.find_node(b.lookup_key_synonym(key)), nullptr) << key;
+    }
+}
+
+// -----------------------------------------------------------------------------------------------
+// Loader
+
+struct LoadCase {
+    const char* key;
+    const char* value;
+    int result;                   // what load_par answers
+    const char* stored_at;        // where the value lands, or null
+    const char* stored;           // the value text read back there
+    bool kept_as_unrecognised;    // under the key as given
+};
+
+class BoundaryLoader : public ::testing::TestWithParam<LoadCase> {};
+
+TEST_P(BoundaryLoader, LegacyRules) {
+    const LoadCase& c = GetParam();
+    kapParameterUpdater::get_unrecognised_pars().clear();
+    kapBoundaryPar b("B");
+    kapBoundaryPar untouched("U");
+    std::unique_ptr<kapParameterLoader> loader(b.create_loader(kapPtrClaim{}, 1));
+    ASSERT_NE(loader, nullptr);
+    EXPECT_EQ(loader->load_par(kapParameterKey(c.key), c.value), c.result);
+    if (c.stored_at != nullptr) {
+        EXPECT_EQ(b[c.stored_at]->get_value_text(), c.stored);
+        ASSERT_EQ(loader->loaded_keys().size(), 1u);
+        EXPECT_EQ(loader->loaded_keys()[0], c.stored_at);
+    } else {
+        EXPECT_TRUE(loader->loaded_keys().empty());
+        EXPECT_TRUE(b.is_equal(untouched));
+    }
+    EXPECT_EQ(unrecognised(c.key), c.kept_as_unrecognised);
+    EXPECT_EQ(kapParameterUpdater::get_unrecognised_pars().size(), c.kept_as_unrecognised ? 1 : 0);
+}
+
+// clang-format off
+INSTANTIATE_TEST_SUITE_P(Cases, BoundaryLoader, ::testing::Values(
+    LoadCase{"use_min_angle", "1",     0, nullptr, nullptr, false},
+    LoadCase{"use_min_angle", "",      0, nullptr, nullptr, false},
+    LoadCase{"Use_Min_Angle", "1",     0, nullptr, nullptr, true},    // only the exact key is dropped
+    LoadCase{"stockmodel",    "",      0, nullptr, nullptr, true},    // kept under its own key
+    LoadCase{"stockmodel",    "42",    1, "StockModelState.StockModel", "42", false},
+    LoadCase{"stockmodel.id", "43",    1, "StockModelState.StockModel", "43", false},
+    LoadCase{"StockModel",    "42",    0, nullptr, nullptr, true},    // the rename is exact too
+    LoadCase{"fish.species",  "cod",   0, nullptr, nullptr, true},    // no small-entity rule here
+    LoadCase{"tolerance",     "0.05",  1, "Tolerance", "0.05", false},
+    LoadCase{"holder_check",  "1",     1, "CollisionCheck", "1", false},
+    LoadCase{"limit.mode",    "outside", 1, "Limit.Mode", "outside", false},
+    LoadCase{"stockmodel.state", "After Roughing", 1, "StockModelState.Entity", "After Roughing", false},
+    LoadCase{"ThicknessSetValues[3].Mode", "avoid", 1, "ThicknessSetValues[3].Mode", "avoid", false}));
+// clang-format on
+
+TEST(BoundaryLoaderFish, SmallEntityRuleIsNotApplied) {
+    load(1, {{"fish.species", "cod"}}, false);
+    EXPECT_EQ(kapParameterUpdater::get_unrecognised_pars()["fish.species"], "cod");
+}
+
+// -----------------------------------------------------------------------------------------------
+// Updater
+
+struct ContactCase {
+    int version;
+    Pairs pairs;
+    std::uint64_t contact;  // ContactPointBoundary's id afterwards
+    std::uint64_t limit;    // Limit.Boundary's id afterwards
+};
+
+class BoundaryContactUpdate : public ::testing::TestWithParam<ContactCase> {};
+
+TEST_P(BoundaryContactUpdate, ContactConversionMovesItsLimitBoundary) {
+    const ContactCase& c = GetParam();
+    auto b = load(c.version, c.pairs);
+    ASSERT_NE(b, nullptr);
+    EXPECT_EQ(b->version(), 3);
+    EXPECT_EQ(b->find_node("ContactPointBoundary")->get_ref_id().value, c.contact);
+    EXPECT_EQ(b->find_node("Limit.Boundary")->get_ref_id().value, c.limit);
+}
+
+// clang-format off
+INSTANTIATE_TEST_SUITE_P(Cases, BoundaryContactUpdate, ::testing::Values(
+    ContactCase{1, {{"Type", "contact_conv"}, {"Limit.Boundary", "12"}}, 12, 0},
+    ContactCase{0, {{"type", "contact_conv"}, {"limit.boundary", "12"}}, 12, 0},
+    ContactCase{1, {{"Type", "rest"}, {"Limit.Boundary", "12"}}, 0, 12},
+    ContactCase{1, {{"Type", "contact_point"}, {"Limit.Boundary", "12"}}, 0, 12},
+    ContactCase{1, {{"Type", "Contact_Conv"}, {"Limit.Boundary", "12"}}, 0, 12},
+    ContactCase{2, {{"Type", "contact_conv"}, {"Limit.Boundary", "12"}}, 0, 12},
+    ContactCase{1, {{"Type", "contact_conv"}}, 0, 0}));
+// clang-format on
+
+struct RadiusCase {
+    int version;
+    Pairs pairs;
+    double diameter;
+};
+
+class BoundaryRadiusUpdate : public ::testing::TestWithParam<RadiusCase> {};
+
+TEST_P(BoundaryRadiusUpdate, OldRadiusBecomesDiameter) {
+    kapUnitsScope metric(0);
+    const RadiusCase& c = GetParam();
+    auto b = load(c.version, c.pairs);
+    ASSERT_NE(b, nullptr);
+    EXPECT_EQ(b->version(), 3);
+    EXPECT_DOUBLE_EQ(b->find_node("Block.Diameter")->get_double(), c.diameter);
+}
+
+// clang-format off
+INSTANTIATE_TEST_SUITE_P(Cases, BoundaryRadiusUpdate, ::testing::Values(
+    RadiusCase{2, {{"block.radius", "10"}}, 20.0},
+    RadiusCase{2, {{"Block.Radius", "7.5"}}, 15.0},
+    RadiusCase{2, {{"block.radius", "10"}, {"Block.Radius", "4"}}, 20.0},  // the legacy key first
+    RadiusCase{2, {{"block.radius", ""}, {"Block.Radius", "4"}}, 8.0},
+    RadiusCase{0, {{"block.radius", "3"}}, 6.0},
+    RadiusCase{2, {}, 100.0},
+    RadiusCase{2, {{"BLOCK.RADIUS", "10"}}, 100.0},
+    RadiusCase{2, {{"block.radius", "wide"}}, 100.0},
+    RadiusCase{3, {{"block.radius", "10"}}, 100.0}));  // saved at the current version: no step runs
+// clang-format on
+
+TEST(BoundaryUpdate, ListHoldsTheThreeStepsInOrder) {
+    kapBoundaryParUpdater::create_updater_list();
+    const auto* list = kapBoundaryParUpdater::update_list();
+    ASSERT_NE(list, nullptr);
+    ASSERT_EQ(list->size(), 3u);
+    EXPECT_EQ((*list)[0], &kapBoundaryParUpdater::update_from_0_to_1);
+    EXPECT_EQ((*list)[1], &kapBoundaryParUpdater::update_from_1_to_2);
+    EXPECT_EQ((*list)[2], &kapBoundaryParUpdater::update_from_2_to_3);
+}
+
+// -----------------------------------------------------------------------------------------------
+// Locking
+
+TEST(Boundary, ExclusiveUnlocksToleranceThicknessAndTool) {
+    kapBoundaryPar b("B");
+    kapParameterRoot toolpath("toolpath", 29, "T1");
+    kapParameterRoot tool("tool", 0, "D10");
+    const kapObjectId own = b.get_id();
+    const char* followers[] = {"Tolerance", "Thickness", "Tool"};
+    const char* others[] = {"Type", "AxialThickness", "EdgeTolerance", "Block.Diameter",
+                            "ReferenceTool", "Exclusive"};
+
+    for (const char* p : followers) EXPECT_EQ(b.get_lock_id_imp(*b[p]), own) << p;
+
+    b["Exclusive"]->set_ref_from_id(toolpath.get_id());
+    for (const char* p : followers) EXPECT_TRUE(b.get_lock_id_imp(*b[p]).empty()) << p;
+    for (const char* p : others) EXPECT_EQ(b.get_lock_id_imp(*b[p]), own) << p;
+
+    b.set_locked(true);
+    EXPECT_TRUE(b["Tolerance"]->set_double(0.25));
+    EXPECT_FALSE(b["Type"]->set_string("rest"));
+    b.set_locked(false);
+
+    // A root of another kind, or one that no longer lives, is not a valid reference.
+    b["Exclusive"]->set_ref_from_id(tool.get_id());
+    for (const char* p : followers) EXPECT_EQ(b.get_lock_id_imp(*b[p]), own) << p;
+    kapObjectId gone;
+    {
+        kapParameterRoot temporary("toolpath", 29, "T2");
+        gone = temporary.get_id();
+    }
+    b["Exclusive"]->set_ref_from_id(gone);
+    for (const char* p : followers) EXPECT_EQ(b.get_lock_id_imp(*b[p]), own) << p;
+    b.set_locked(true);
+    EXPECT_FALSE(b["Tolerance"]->set_double(0.5));
+}
+
+// -----------------------------------------------------------------------------------------------
+// "edits"
+
+struct Seen {
+    int calls = 0;
+    kapRefToObjectId ref;
+    utString name;
+    int flag = -1;
+    kapParameterPtr answer;
+};
+
+kapParameterPtr history(const kapRefToObjectId& ref, const utString& name, int flag, void* data) {
+    auto* seen = static_cast<Seen*>(data);
+    ++seen->calls;
+    seen->ref = ref;
+    seen->name = name;
+    seen->flag = flag;
+    return seen->answer;
+}
+
+class BoundaryEdits : public ::testing::Test {
+protected:
+    void TearDown() override { kapHistoryFactory::reset_callback_function(); }
+};
+
+TEST_F(BoundaryEdits, WithoutCallbackYieldNothing) {
+    kapHistoryFactory::reset_callback_function();
+    kapBoundaryPar b("B");
+    EXPECT_TRUE(b.lookup_method("edits").empty());
+    EXPECT_TRUE(b.lookup_method("edits.List").empty());
+    EXPECT_TRUE(b.lookup_method("IsTurning").empty());
+}
+
+TEST_F(BoundaryEdits, FetchTheListAndItsChildren) {
+    kapBoundaryPar b("B");
+    Seen seen;
+    auto* list = new kapParameterMap();
+    seen.answer = kapParameterPtr(list);
+    kapParameterPtr edits = list->add("List", kapParameterPtr(new kapParameterList()));
+    kapHistoryFactory::set_callback_function(&history, &seen);
+
+    EXPECT_EQ(b.lookup_method("edits"), seen.answer);
+    EXPECT_EQ(seen.calls, 1);
+    EXPECT_EQ(seen.ref, b.get_ref_to_id());
+    EXPECT_EQ(seen.name, "boundary");
+    EXPECT_EQ(seen.flag, 0);
+
+    EXPECT_EQ(b.lookup_method("Edits"), seen.answer);  // the name ignores letter case
+    EXPECT_EQ(b.lookup_method("edits.List"), edits);
+    kapParameterPtr missing = b.lookup_method("edits.Nothing");
+    ASSERT_TRUE(missing);
+    EXPECT_TRUE(missing->is_error());
+    EXPECT_EQ(seen.calls, 4);
+
+    // An error answer is handed back as it stands, remainder or not.
+    seen.answer = kapParameterError::create(kapErrGeneric, "no list");
+    EXPECT_EQ(b.lookup_method("edits.List"), seen.answer);
+    // Other names go to the base.
+    const int calls = seen.calls;
+    EXPECT_TRUE(b.lookup_method("editsx").empty());
+    EXPECT_EQ(seen.calls, calls);
+}
+
+// -----------------------------------------------------------------------------------------------
+// A saved version-1 file through the loader and the updater
+
+TEST(BoundaryFile, VersionOneContactConversionLoadsAndUpdates) {
+    kapUnitsScope metric(0);
+    kapFileDocument doc;
+    kapFileError err;
+    ASSERT_TRUE(kap_read_entity_file(KAPPAR_SOURCE_DIR "/examples/boundary_v1_contact_conv.kap",
+                                     doc, err))
+        << kap_format_file_error("boundary_v1_contact_conv.kap", err);
+    EXPECT_EQ(doc.kind, "boundary");
+    EXPECT_EQ(doc.version, 1);
+
+    kapParameterUpdater::get_unrecognised_pars().clear();
+    std::unique_ptr<kapParameterRoot> root = kapEntityKinds::create(doc.kind, doc.name);
+    ASSERT_NE(root, nullptr);
+    ASSERT_NE(kapBoundaryPar::ut_dynamic_cast(root.get()), nullptr);
+    std::unique_ptr<kapParameterLoader> loader(root->create_loader(kapPtrClaim{}, doc.version));
+    ASSERT_NE(loader, nullptr);
+    for (const kapFilePair& pair : doc.pairs) loader->load_par(kapParameterKey(pair.key), pair.value);
+    root->get_updater()->update(doc.version, *root, loader->loaded_keys());
+
+    EXPECT_EQ(root->version(), 3);
+    EXPECT_EQ(root->get_root_name(), "Contact Conversion 1");
+    EXPECT_EQ((*root)["Type"]->get_string(), "contact_conv");
+    EXPECT_DOUBLE_EQ((*root)["Block.Diameter"]->get_double(), 20.0);
+    EXPECT_EQ(root->find_node("ContactPointBoundary")->get_ref_id().value, 12u);
+    EXPECT_TRUE(root->find_node("Limit.Boundary")->get_ref_id().empty());
+    EXPECT_DOUBLE_EQ((*root)["Tolerance"]->get_double(), 0.05);
+    EXPECT_EQ((*root)["CollisionCheck"]->get_int(), 1);
+    EXPECT_DOUBLE_EQ((*root)["ThresholdThickness"]->get_double(), 0.3);
+
+    const auto& table = kapParameterUpdater::get_unrecognised_pars();
+    ASSERT_TRUE(table.contains("surface_finish"));
+    EXPECT_EQ(table.at("surface_finish"), "fine");
+    EXPECT_TRUE(table.contains("block.radius"));
+    EXPECT_FALSE(table.contains("use_min_angle"));
+    EXPECT_EQ(table.size(), 2u);
+}
+
+// -----------------------------------------------------------------------------------------------
+// Activity (needs the evaluator binding)
+
+bool active(kapBoundaryPar& b, const char* path) { return b[path]->is_active(); }
+
+TEST(BoundaryActivity, FollowsTypeAndFlags) {
+    kapBoundaryPar b("B");
+    EXPECT_FALSE(active(b, "Tolerance"));  // a block boundary has no tolerance to show
+    EXPECT_TRUE(active(b, "Block.Limits.XMin"));
+    EXPECT_FALSE(active(b, "Block.Diameter"));
+    EXPECT_FALSE(active(b, "Halden.Type"));
+    b["Block.Type"]->set_string("cylinder");
+    EXPECT_TRUE(active(b, "Block.Diameter"));
+    EXPECT_TRUE(active(b, "Block.Centre.X"));
+    EXPECT_FALSE(active(b, "Block.Limits.XMin"));
+
+    b["Type"]->set_string("rest");
+    EXPECT_TRUE(active(b, "Tolerance"));
+    EXPECT_TRUE(active(b, "ReferenceTool"));
+    EXPECT_TRUE(active(b, "Offset"));
+    EXPECT_FALSE(active(b, "StockModelState.StockModel"));
+    EXPECT_FALSE(active(b, "BooleanOperation.BoundaryA"));
+    EXPECT_FALSE(active(b, "Clearance.Holder"));
+    b["CollisionCheck"]->set_int(1);
+    EXPECT_TRUE(active(b, "Clearance.Holder"));
+
+    b["Type"]->set_string("halden");
+    EXPECT_TRUE(active(b, "Halden.Slope.Minimum"));
+    EXPECT_FALSE(active(b, "Halden.RestMachining.CutterRadius"));
+    b["Halden.Type"]->set_string("slope_rest");
+    b["Halden.RestMachining.UsingRestTool"]->set_int(1);
+    EXPECT_TRUE(active(b, "Halden.RestMachining.CutterRadius"));
+    EXPECT_FALSE(active(b, "ReferenceTool"));
+
+    b["Type"]->set_string("stockmodel_rest");
+    EXPECT_TRUE(active(b, "StockModelState.StockModel"));
+    b["Type"]->set_string("boolean_operation");
+    EXPECT_TRUE(active(b, "BooleanOperation.BoundaryA"));
+    EXPECT_FALSE(active(b, "Thickness"));
+
+    b["Type"]->set_string("shallow");
+    b["ThicknessSets"]->set_int(1);
+    EXPECT_FALSE(active(b, "ThicknessSetValues[4].AxialThickness"));
+    b["ThicknessSetValues[4].UseAxialThickness"]->set_int(1);
+    EXPECT_TRUE(active(b, "ThicknessSetValues[4].AxialThickness"));
+    EXPECT_FALSE(active(b, "ThicknessSetValues[5].AxialThickness"));
+    EXPECT_FALSE(active(b, "AxialThickness"));
+}
+
+}  // namespace

@@ -1,0 +1,85 @@
+#include <gtest/gtest.h>
+
+#include <vector>
+
+#include "kappar/kapHistoryFactory.h"
+
+namespace {
+
+struct Call {
+    kapRefToObjectId ref;
+    utString name;
+    int flag;
+    void* data;
+};
+
+std::vector<Call> g_calls;
+kapParameterPtr g_answer;
+
+kapParameterPtr record(const kapRefToObjectId& ref, const utString& name, int flag, void* data) {
+    g_calls.push_back({ref, name, flag, data});
+    return g_answer;
+}
+
+kapParameterPtr other(const kapRefToObjectId&, const utString&, int, void*) {
+    return kapParameterError::create(kapErrNoItem);
+}
+
+// Taken before main, so before any test could install a callback.
+const bool g_empty_before_any_set =
+    kapHistoryFactory::get_history_list(kapRefToObjectId(kapObjectId{1}), "boundary", 0).empty();
+
+class HistoryCallback : public ::testing::Test {
+protected:
+    void SetUp() override {
+        g_calls.clear();
+        g_answer = kapParameterPtr(new kapParameterMap());
+    }
+    void TearDown() override {
+        kapHistoryFactory::reset_callback_function();
+        g_answer = {};
+    }
+};
+
+TEST_F(HistoryCallback, NothingIsInstalledAtStart) { EXPECT_TRUE(g_empty_before_any_set); }
+
+TEST_F(HistoryCallback, ForwardsEveryArgumentAndTheSameDataPointer) {
+    int cookie = 0;
+    kapHistoryFactory::set_callback_function(&record, &cookie);
+    const kapRefToObjectId ref(kapObjectId{77});
+    EXPECT_EQ(kapHistoryFactory::get_history_list(ref, "toolpath", 1), g_answer);
+    EXPECT_EQ(kapHistoryFactory::get_history_list(ref, "boundary", 0), g_answer);
+    ASSERT_EQ(g_calls.size(), 2u);
+    EXPECT_EQ(g_calls[0].ref, ref);
+    EXPECT_EQ(g_calls[0].name, "toolpath");
+    EXPECT_EQ(g_calls[0].flag, 1);
+    EXPECT_EQ(g_calls[1].name, "boundary");
+    EXPECT_EQ(g_calls[1].flag, 0);
+    for (const Call& c : g_calls) EXPECT_EQ(c.data, &cookie);
+}
+
+TEST_F(HistoryCallback, SettingAgainReplacesFunctionAndData) {
+    int first = 0;
+    kapHistoryFactory::set_callback_function(&other, &first);
+    kapHistoryFactory::set_callback_function(&record, nullptr);
+    EXPECT_EQ(kapHistoryFactory::get_history_list({}, "boundary", 0), g_answer);
+    ASSERT_EQ(g_calls.size(), 1u);
+    EXPECT_EQ(g_calls[0].data, nullptr);
+}
+
+TEST_F(HistoryCallback, AfterResetAnswersEmptyAndCallsNothing) {
+    int cookie = 0;
+    kapHistoryFactory::set_callback_function(&record, &cookie);
+    kapHistoryFactory::reset_callback_function();
+    EXPECT_TRUE(kapHistoryFactory::get_history_list({}, "boundary", 0).empty());
+    EXPECT_TRUE(g_calls.empty());
+}
+
+TEST_F(HistoryCallback, AnErrorAnswerIsPassedBackAsItIs) {
+    kapHistoryFactory::set_callback_function(&other, nullptr);
+    kapParameterPtr answer = kapHistoryFactory::get_history_list({}, "boundary", 0);
+    ASSERT_TRUE(answer);
+    EXPECT_TRUE(answer->is_error());
+}
+
+}  // namespace
