@@ -1,0 +1,193 @@
+// Reading and writing a saved entity of toolpath size (the 1,570 pairs of the shared workload),
+// side by side with boost::property_tree's read_json / write_json of the same pairs.
+//
+// Each benchmark also reports `ptree_over_kappar`: the median time of the property_tree
+// operation divided by the median time of ours, both measured back to back at the end of the
+// benchmark (31 runs each), so the ratio does not depend on how the machine drifts between
+// benchmarks. Above 1 means we are faster.
+//
+// The workload is read at run time from $KAPPAR_BENCH_PATHS or from
+// <source>/../shared/bench/paths.txt (tab-separated: key, value, kind); without it the
+// benchmarks are skipped.
+
+#include <benchmark/benchmark.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "kapparameter/kapParameterFile.h"
+
+#if KAPPAR_HAVE_BOOST
+#include <boost/property_tree/json_parser.hpp>
+#include <boost/property_tree/ptree.hpp>
+#endif
+
+namespace {
+
+struct Workload {
+    bool loaded = false;
+    std::string source;
+    kapFileDocument doc;
+    std::string text;  // our canonical text of doc
+#if KAPPAR_HAVE_BOOST
+    boost::property_tree::ptree tree;
+    std::string json;
+#endif
+};
+
+const Workload& workload() {
+    static const Workload w = [] {
+        Workload r;
+        const char* env = std::getenv("KAPPAR_BENCH_PATHS");
+        r.source = env && *env ? env : KAPPAR_SOURCE_DIR "/../shared/bench/paths.txt";
+        std::ifstream in(r.source);
+        if (!in) return r;
+        r.doc.kind = "toolpath";
+        r.doc.version = 29;
+        r.doc.name = "Raster 1";
+        std::string line;
+        while (std::getline(in, line)) {
+            const auto t1 = line.find('\t');
+            if (t1 == std::string::npos) continue;
+            const auto t2 = line.find('\t', t1 + 1);
+            r.doc.pairs.push_back({line.substr(0, t1), line.substr(t1 + 1, t2 - t1 - 1), 0, 0});
+        }
+        r.text = kap_write_entity_text(r.doc);
+#if KAPPAR_HAVE_BOOST
+        for (const kapFilePair& p : r.doc.pairs) {
+            r.tree.put(boost::property_tree::ptree::path_type(p.key, '.'), p.value);
+        }
+        std::ostringstream os;
+        boost::property_tree::write_json(os, r.tree);
+        r.json = os.str();
+#endif
+        r.loaded = !r.doc.pairs.empty();
+        return r;
+    }();
+    return w;
+}
+
+bool skip_without_workload(benchmark::State& state) {
+    if (workload().loaded) return false;
+    state.SkipWithError(
+        ("no workload at " + workload().source + " (set KAPPAR_BENCH_PATHS to the paths.txt file)")
+            .c_str());
+    return true;
+}
+
+template <class F>
+double median_ns(F&& f, int runs = 31) {
+    std::vector<double> t(runs);
+    for (double& x : t) {
+        const auto a = std::chrono::steady_clock::now();
+        f();
+        const auto b = std::chrono::steady_clock::now();
+        x = std::chrono::duration<double, std::nano>(b - a).count();
+    }
+    std::nth_element(t.begin(), t.begin() + runs / 2, t.end());
+    return t[runs / 2];
+}
+
+void read_ours() {
+    kapFileDocument doc;
+    kapFileError err;
+    const bool ok = kap_read_entity_text(workload().text, doc, err);
+    benchmark::DoNotOptimize(ok);
+    benchmark::DoNotOptimize(doc.pairs.data());
+}
+
+void write_ours() {
+    utString text = kap_write_entity_text(workload().doc);
+    benchmark::DoNotOptimize(text.data());
+}
+
+#if KAPPAR_HAVE_BOOST
+void read_ptree() {
+    std::istringstream is(workload().json);
+    boost::property_tree::ptree tree;
+    boost::property_tree::read_json(is, tree);
+    benchmark::DoNotOptimize(&tree);
+}
+
+void write_ptree() {
+    std::ostringstream os;
+    boost::property_tree::write_json(os, workload().tree);
+    benchmark::DoNotOptimize(os.str().data());
+}
+#endif
+
+template <void (*Ours)(), void (*Reference)()>
+void report_ratio(benchmark::State& state) {
+#if KAPPAR_HAVE_BOOST
+    const double ours = median_ns(Ours);
+    const double reference = median_ns(Reference);
+    state.counters["ptree_over_kappar"] = reference / ours;
+    state.counters["kappar_us"] = ours / 1000.0;
+    state.counters["ptree_us"] = reference / 1000.0;
+#else
+    (void)state;
+#endif
+}
+
+void BM_EntityFile_Read(benchmark::State& state) {
+    if (skip_without_workload(state)) return;
+    for (auto _ : state)
+        read_ours();
+    state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * workload().text.size()));
+    state.counters["pairs"] = static_cast<double>(workload().doc.pairs.size());
+#if KAPPAR_HAVE_BOOST
+    report_ratio<read_ours, read_ptree>(state);
+#endif
+}
+
+void BM_EntityFile_Write(benchmark::State& state) {
+    if (skip_without_workload(state)) return;
+    for (auto _ : state)
+        write_ours();
+    state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * workload().text.size()));
+#if KAPPAR_HAVE_BOOST
+    report_ratio<write_ours, write_ptree>(state);
+#endif
+}
+
+#if KAPPAR_HAVE_BOOST
+void BM_EntityFile_PtreeReadJson(benchmark::State& state) {
+    if (skip_without_workload(state)) return;
+    for (auto _ : state)
+        read_ptree();
+    state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * workload().json.size()));
+}
+
+void BM_EntityFile_PtreeWriteJson(benchmark::State& state) {
+    if (skip_without_workload(state)) return;
+    for (auto _ : state)
+        write_ptree();
+    state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * workload().json.size()));
+}
+#endif
+
+}  // namespace
+
+BENCHMARK(BM_EntityFile_Read)
+    ->Unit(benchmark::kMicrosecond)
+    ->Repetitions(5)
+    ->ReportAggregatesOnly();
+BENCHMARK(BM_EntityFile_Write)
+    ->Unit(benchmark::kMicrosecond)
+    ->Repetitions(5)
+    ->ReportAggregatesOnly();
+#if KAPPAR_HAVE_BOOST
+BENCHMARK(BM_EntityFile_PtreeReadJson)
+    ->Unit(benchmark::kMicrosecond)
+    ->Repetitions(5)
+    ->ReportAggregatesOnly();
+BENCHMARK(BM_EntityFile_PtreeWriteJson)
+    ->Unit(benchmark::kMicrosecond)
+    ->Repetitions(5)
+    ->ReportAggregatesOnly();
+#endif

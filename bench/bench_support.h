@@ -1,0 +1,32 @@
+#pragma once
+// Shared workload of the benchmarks: the 1,570 parameters of a synthetic toolpath-sized tree,
+// and a counter of the bytes the process holds on the heap.
+
+#include <atomic>
+#include <cstddef>
+#include <deque>
+#include <string>
+#include <vector>
+
+#include "kappar/kapSchema.h"
+
+struct BenchParam {
+    std::string key;
+    std::string value;
+    std::string kind;  // double enum bool int vec3 string ref
+};
+
+// The workload file: $KAPPAR_BENCH_PATHS, else ../shared/bench/paths.txt beside the sources.
+const std::vector<BenchParam>& bench_params();
+
+// Declaration rows for the workload (maps first, then leaves, in declaration order), with
+// activity expressions attached when `with_active` is set.
+struct BenchSchema {
+    std::deque<std::string> texts;
+    std::vector<kapDeclState> states;
+    std::vector<kapDeclRow> rows;
+};
+const BenchSchema& bench_schema(bool with_active);
+
+// Live heap bytes, counted by the replaced global operator new / delete of the benchmark binary.
+std::size_t bench_live_bytes() noexcept;

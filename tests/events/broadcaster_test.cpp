@@ -1,0 +1,296 @@
+#include <gtest/gtest.h>
+
+#include <array>
+#include <string>
+#include <string_view>
+#include <type_traits>
+#include <utility>
+#include <vector>
+
+#include "kappar/kapEventPar.h"
+
+namespace {
+
+// ---------------------------------------------------------------------------------------------
+// The event table, read here from the same file as the library reads it.
+
+enum class ArgType { string, flag, integer, real };
+
+struct ArgSpec {
+    std::string_view name;
+    ArgType type;
+};
+
+using Raise = void (*)(const std::vector<ArgSpec>& args, int run);
+
+struct EventSpec {
+    std::string_view name;
+    std::vector<ArgSpec> args;
+    Raise raise;  // calls the broadcaster's function with the values of `run`
+};
+
+// Runs per event: flag argument i is set in run r when bit r of i + 1 is set, so with 5 runs
+// (up to 31 arguments) every flag takes both states and no two flags share a pattern.
+constexpr int kRuns = 5;
+
+// The value of argument i (named `name`) in run `run`: no two arguments of an event share one.
+template <class T>
+T value_of(std::string_view name, std::size_t i, int run) {
+    const int sign = run % 2 == 0 ? 1 : -1;
+    if constexpr (std::is_same_v<T, utString>) {
+        return utString(name) + ":" + std::to_string(run);
+    } else if constexpr (std::is_same_v<T, bool>) {
+        return (((i + 1) >> run) & 1u) != 0;
+    } else if constexpr (std::is_same_v<T, int>) {
+        return sign * (100 * run + static_cast<int>(i) + 1);
+    } else {
+        return sign * (100.0 * run + static_cast<double>(i) + 0.5);
+    }
+}
+
+template <class T>
+constexpr ArgType type_of() {
+    if constexpr (std::is_same_v<T, utString>) return ArgType::string;
+    if constexpr (std::is_same_v<T, bool>) return ArgType::flag;
+    if constexpr (std::is_same_v<T, int>) return ArgType::integer;
+    return ArgType::real;
+}
+
+// Calls `fn` with the values of `run`, after checking that its parameters are the table's.
+template <class... A, std::size_t... I>
+void call(void (*fn)(A...), const std::vector<ArgSpec>& args, [[maybe_unused]] int run,
+          std::index_sequence<I...>) {
+    ASSERT_EQ(args.size(), sizeof...(A));
+    const std::array<ArgType, sizeof...(A)> types = {type_of<std::decay_t<A>>()...};
+    for (std::size_t i = 0; i < types.size(); ++i) EXPECT_EQ(types[i], args[i].type) << i;
+    fn(value_of<std::decay_t<A>>(args[I].name, I, run)...);
+}
+template <class... A>
+void call(void (*fn)(A...), const std::vector<ArgSpec>& args, int run) {
+    call(fn, args, run, std::index_sequence_for<A...>());
+}
+
+#define KAP_TEST_TYPE_string ArgType::string
+#define KAP_TEST_TYPE_bool ArgType::flag
+#define KAP_TEST_TYPE_int ArgType::integer
+#define KAP_TEST_TYPE_real ArgType::real
+
+const std::vector<EventSpec>& events() {
+    static const std::vector<EventSpec> table = {
+#define KAP_EVENT(Name, Arguments)                                           \
+    {#Name, {Arguments}, [](const std::vector<ArgSpec>& args, int run) {     \
+         call(&kapEventParBroadcaster::Name, args, run);                     \
+     }},
+#define ARG(Name, Type) ArgSpec{#Name, KAP_TEST_TYPE_##Type},
+#include "../../events/kapEvents.def"
+    };
+    return table;
+}
+
+// ---------------------------------------------------------------------------------------------
+// A relay that keeps what it receives.
+
+std::vector<kapParameterPtr> g_received;
+void record(kapParameterPtr event) { g_received.push_back(std::move(event)); }
+
+class Broadcast : public ::testing::Test {
+protected:
+    void SetUp() override {
+        g_received.clear();
+        kapEventParBroadcaster::set_relay(&record);
+    }
+    void TearDown() override {
+        kapEventParBroadcaster::set_relay(nullptr);
+        g_received.clear();
+    }
+};
+
+const kapParameter& child(const kapParameterPtr& event, std::string_view name) {
+    return *(*event)[kapParameterKey(name)];
+}
+
+// ---------------------------------------------------------------------------------------------
+
+TEST(EventTable, HoldsTheEightyEventsInOrder) {
+    static_assert(kapEventParBroadcaster::kEventCount == 80);
+    const auto& table = events();
+    ASSERT_EQ(table.size(), 80u);
+    EXPECT_EQ(table.front().name, "ArchiveInserted");
+    EXPECT_EQ(table.back().name, "UnitsChanged");
+    std::size_t arguments = 0;
+    for (std::size_t i = 0; i < table.size(); ++i) {
+        arguments += table[i].args.size();
+        if (i > 0) {
+            EXPECT_LT(table[i - 1].name, table[i].name) << "out of order or repeated";
+        }
+    }
+    EXPECT_EQ(arguments, 166u);
+}
+
+TEST_F(Broadcast, EveryEventDeliversItsBranchWithItsArguments) {
+    for (const EventSpec& spec : events()) {
+        SCOPED_TRACE(std::string(spec.name));
+        for (int run = 0; run < kRuns; ++run) {
+            g_received.clear();
+            spec.raise(spec.args, run);
+            ASSERT_EQ(g_received.size(), 1u);
+            const kapParameterPtr& event = g_received.front();
+            EXPECT_EQ(event->type(), kapParameterType::map);
+            EXPECT_EQ(event->get_name(), spec.name);
+            EXPECT_EQ(event->get_label(), utString(spec.name) + "Event");
+            EXPECT_EQ(event->parent(), nullptr) << "a copy, not the shared branch";
+            ASSERT_EQ(event->size(), spec.args.size());
+            const auto& map = static_cast<const kapParameterMap&>(*event);
+            for (std::size_t i = 0; i < spec.args.size(); ++i) {
+                const ArgSpec& arg = spec.args[i];
+                const kapParameter& c = *map.child(i);
+                SCOPED_TRACE(std::string(arg.name));
+                EXPECT_EQ(c.get_name(), arg.name);
+                EXPECT_EQ(c.get_legacy_key(), kapdowncase(utString(arg.name)));
+                switch (arg.type) {
+                    case ArgType::string:
+                        EXPECT_EQ(c.type(), kapParameterType::string);
+                        EXPECT_EQ(c.get_string(), value_of<utString>(arg.name, i, run));
+                        break;
+                    case ArgType::flag:
+                        EXPECT_EQ(c.type(), kapParameterType::numeric);
+                        EXPECT_EQ(c.subtype(), kapSubTypeFlag);
+                        EXPECT_EQ(c.get_int(), value_of<bool>(arg.name, i, run) ? 1 : 0);
+                        break;
+                    case ArgType::integer:
+                        EXPECT_EQ(c.type(), kapParameterType::numeric);
+                        EXPECT_EQ(c.subtype(), kapSubTypeInteger);
+                        EXPECT_EQ(c.get_int(), value_of<int>(arg.name, i, run));
+                        break;
+                    case ArgType::real:
+                        EXPECT_EQ(c.type(), kapParameterType::numeric);
+                        EXPECT_EQ(c.subtype(), kapSubTypeReal);
+                        EXPECT_EQ(c.get_double(), value_of<double>(arg.name, i, run));
+                        break;
+                }
+            }
+        }
+    }
+}
+
+TEST(BroadcastRelay, WithoutRelayNothingIsDeliveredNorQueued) {
+    g_received.clear();
+    kapEventParBroadcaster::set_relay(nullptr);
+    for (const EventSpec& spec : events()) spec.raise(spec.args, 0);
+    // Installing a relay afterwards delivers only what is raised from then on.
+    kapEventParBroadcaster::set_relay(&record);
+    EXPECT_TRUE(g_received.empty());
+    kapEventParBroadcaster::ProjectClosing();
+    ASSERT_EQ(g_received.size(), 1u);
+    EXPECT_EQ(g_received[0]->get_name(), "ProjectClosing");
+    // Switching it off again.
+    kapEventParBroadcaster::set_relay(nullptr);
+    kapEventParBroadcaster::ProjectClosed();
+    EXPECT_EQ(g_received.size(), 1u);
+    g_received.clear();
+}
+
+int g_other_calls = 0;
+void other_relay(kapParameterPtr) { ++g_other_calls; }
+
+TEST_F(Broadcast, ALaterRelayReplacesTheEarlierOne) {
+    kapEventParBroadcaster::set_relay(&other_relay);
+    g_other_calls = 0;
+    kapEventParBroadcaster::SimulatePause();
+    EXPECT_EQ(g_other_calls, 1);
+    EXPECT_TRUE(g_received.empty());
+}
+
+TEST_F(Broadcast, SuccessiveEventsAreIndependentCopies) {
+    kapEventParBroadcaster::ProjectOpened("C:/jobs/a.prj", true);
+    kapEventParBroadcaster::ProjectOpened("C:/jobs/b.prj", false);
+    ASSERT_EQ(g_received.size(), 2u);
+    const kapParameterPtr first = g_received[0];
+    const kapParameterPtr second = g_received[1];
+    ASSERT_NE(first.pointer(), second.pointer());
+
+    EXPECT_TRUE(first->find("Path")->set_string("changed"));
+    EXPECT_TRUE(first->find("ReadOnly")->set_int(0));
+    EXPECT_EQ(child(second, "Path").get_string(), "C:/jobs/b.prj");
+    EXPECT_EQ(child(second, "ReadOnly").get_int(), 0);
+    EXPECT_EQ(child(first, "Path").get_string(), "changed");
+
+    // Nor does a listener's change reach the branch later events are copied from.
+    static_cast<kapParameterMap&>(*first).remove("ReadOnly");
+    kapEventParBroadcaster::ProjectOpened("C:/jobs/c.prj", true);
+    ASSERT_EQ(g_received.size(), 3u);
+    EXPECT_EQ(g_received[2]->size(), 2u);
+    EXPECT_EQ(child(g_received[2], "Path").get_string(), "C:/jobs/c.prj");
+    EXPECT_EQ(child(g_received[2], "ReadOnly").get_int(), 1);
+}
+
+TEST_F(Broadcast, MachineToolMovementFillsItsTwentyFiveChildren) {
+    kapEventParBroadcaster::MachineToolMovement("Head", 12.5, true, 1500.0, true, 8000.0, false,
+                                                3.0, false, 1.0, true, 2.0, false, 7, true,
+                                                10.0, -20.0, 30.25, 0.0, 0.0, 1.0, 1.0, 0.0,
+                                                0.0, "collision");
+    ASSERT_EQ(g_received.size(), 1u);
+    const auto& event = static_cast<const kapParameterMap&>(*g_received[0]);
+    ASSERT_EQ(event.size(), 25u);
+    EXPECT_EQ(event.child(0)->get_name(), "Name");
+    EXPECT_EQ(event.child(24)->get_name(), "CollisionState");
+    std::vector<utString> integers;
+    for (std::size_t i = 0; i < event.size(); ++i) {
+        if (event.child(i)->subtype() == kapSubTypeInteger) {
+            integers.push_back(event.child(i)->get_name());
+        }
+    }
+    EXPECT_EQ(integers, std::vector<utString>{"PointGeometry"});
+    EXPECT_EQ(child(g_received[0], "PointGeometry").get_int(), 7);
+    EXPECT_EQ(child(g_received[0], "Time").get_double(), 12.5);
+    EXPECT_EQ(child(g_received[0], "PosZ").get_double(), 30.25);
+    EXPECT_EQ(child(g_received[0], "SpindleSpeedChanged").get_int(), 0);
+    EXPECT_EQ(child(g_received[0], "CollisionState").get_string(), "collision");
+}
+
+TEST_F(Broadcast, SimulatePlayAndStepWriteSpeedAsAnInteger) {
+    kapEventParBroadcaster::SimulatePlay(4);
+    kapEventParBroadcaster::SimulateStep("backward", -2);
+    ASSERT_EQ(g_received.size(), 2u);
+    const kapParameter& play = child(g_received[0], "Speed");
+    EXPECT_EQ(play.subtype(), kapSubTypeInteger);
+    EXPECT_EQ(play.get_int(), 4);
+    EXPECT_EQ(g_received[1]->size(), 2u);
+    EXPECT_EQ(child(g_received[1], "Direction").type(), kapParameterType::string);
+    EXPECT_EQ(child(g_received[1], "Direction").get_string(), "backward");
+    EXPECT_EQ(child(g_received[1], "Speed").subtype(), kapSubTypeInteger);
+    EXPECT_EQ(child(g_received[1], "Speed").get_int(), -2);
+}
+
+// A relay that answers ProjectOpening by raising ProjectOpened, and SimulateStep by stepping again
+// until three steps are nested.
+std::vector<std::pair<utString, int>> g_trace;
+int g_depth = 0;
+void raising_relay(kapParameterPtr event) {
+    ++g_depth;
+    g_trace.emplace_back(event->get_name(), g_depth);
+    if (event->get_name() == "ProjectOpening") {
+        kapEventParBroadcaster::ProjectOpened(event->find("Path")->get_string(), false);
+        // The outer event is untouched by the nested one.
+        EXPECT_EQ(event->find("Path")->get_string(), "C:/jobs/x.prj");
+        EXPECT_EQ(event->find("ReadOnly")->get_int(), 1);
+    } else if (event->get_name() == "SimulateStep" && g_depth < 3) {
+        kapEventParBroadcaster::SimulateStep("forward", event->find("Speed")->get_int() + 1);
+    }
+    --g_depth;
+}
+
+TEST_F(Broadcast, ARelayMayRaiseEventsNested) {
+    kapEventParBroadcaster::set_relay(&raising_relay);
+    g_trace.clear();
+    kapEventParBroadcaster::ProjectOpening("C:/jobs/x.prj", true);
+    kapEventParBroadcaster::SimulateStep("forward", 1);
+    const std::vector<std::pair<utString, int>> expected = {
+        {"ProjectOpening", 1}, {"ProjectOpened", 2},
+        {"SimulateStep", 1},   {"SimulateStep", 2},  {"SimulateStep", 3},
+    };
+    EXPECT_EQ(g_trace, expected);
+    EXPECT_EQ(g_depth, 0);
+}
+
+}  // namespace
