@@ -542,10 +542,14 @@ bool Reader::header_line(const char* q, const char* e) {
             if (!string_literal(q, e, kind)) return false;
             if (kind.empty()) return fail(open, "empty entity kind");
             doc_.kind.assign(kind);
+            doc_.kind_line = line_;
+            doc_.kind_column = column(open);
             stage_ = Stage::version;
             return end_of_line(q, e, "the entity kind");
         }
         case Stage::version: {
+            doc_.version_line = line_;
+            doc_.version_column = column(q);
             if (!unsigned_number(q, e, "entity version", 0x7fffffff, doc_.version)) return false;
             stage_ = Stage::name;
             return end_of_line(q, e, "the entity version");

@@ -44,6 +44,11 @@ struct kapFileDocument {
     int version = 0;  // the entity's schema version, >= 0
     utString name;    // entity name, may be empty
     std::vector<kapFilePair> pairs;
+    // Where the kind's and the version's values stand in the file read (0: made in memory).
+    int kind_line = 0;
+    int kind_column = 0;
+    int version_line = 0;
+    int version_column = 0;
 };
 
 struct kapFileError {

@@ -1,0 +1,233 @@
+#include "kappar/kapEntityFile.h"
+
+#include <string>
+#include <unordered_set>
+
+#include "kappar/kapEntity.h"
+#include "kapparameter/kapParameterKey.h"
+#include "kapparameter/kapParameterLoader.h"
+
+namespace {
+
+bool is_sequence(const kapParameter& p) noexcept {
+    return kapParameterList::ut_dynamic_cast(&p) != nullptr;
+}
+
+bool is_written_value(const kapParameter& p) noexcept {
+    switch (p.type()) {
+        case kapParameterType::numeric:
+        case kapParameterType::enumeration:
+        case kapParameterType::string:
+        case kapParameterType::path:
+        case kapParameterType::data:
+        case kapParameterType::vector:
+        case kapParameterType::ref:
+            return true;
+        default:
+            return false;
+    }
+}
+
+void append_key(utString& key, const kapParameter& parent, const kapParameter& child,
+                std::size_t index) {
+    if (is_sequence(parent)) {
+        key += '[';
+        key += std::to_string(index);
+        key += ']';
+        return;
+    }
+    if (!key.empty()) key += '.';
+    key += child.get_name();
+}
+
+void collect(const kapParameterMap& map, utString& key, kapFileDocument& doc) {
+    const std::size_t mark = key.size();
+    for (std::size_t i = 0; i < map.size(); ++i) {
+        const kapParameter& child = *map.child(i);
+        append_key(key, map, child, i);
+        if (child.type() == kapParameterType::temparray) {
+            // Temporary contents are not saved.
+        } else if (child.is_map()) {
+            if (kapParameterRoot::ut_dynamic_cast(&child) == nullptr) {
+                collect(static_cast<const kapParameterMap&>(child), key, doc);
+            }
+        } else if (is_written_value(child)) {
+            doc.pairs.push_back(kapFilePair{key, child.get_value_text(), 0, 0});
+        }
+        key.resize(mark);
+    }
+}
+
+kapFileError error_at(int line, int column, utString message) {
+    return kapFileError{line, column, std::move(message)};
+}
+
+// The loader's table of unrecognised pairs is shared by every loader; it is emptied before and
+// after each load so that one file's pairs never reach another's report.
+class kapUnrecognisedScope {
+  public:
+    kapUnrecognisedScope() { kapParameterUpdater::get_unrecognised_pars().clear(); }
+    ~kapUnrecognisedScope() { kapParameterUpdater::get_unrecognised_pars().clear(); }
+    kapUnrecognisedScope(const kapUnrecognisedScope&) = delete;
+    kapUnrecognisedScope& operator=(const kapUnrecognisedScope&) = delete;
+};
+
+bool check_header(const kapFileDocument& doc, std::string_view kind, int current,
+                  kapFileError& err) {
+    if (doc.kind != kind) {
+        err =
+            error_at(doc.kind_line, doc.kind_column,
+                     "entity kind '" + doc.kind + "' where '" + utString(kind) + "' was expected");
+        return false;
+    }
+    if (doc.version > current) {
+        err = error_at(doc.version_line, doc.version_column,
+                       "version " + std::to_string(doc.version) + " is newer than this library's " +
+                           utString(kind) + " version " + std::to_string(current));
+        return false;
+    }
+    return true;
+}
+
+// Loads the pairs into `root` and runs its updater. False (with `err`) only when the root
+// refuses a loader.
+bool load_pairs(kapParameterRoot& root, const kapFileDocument& doc, int current,
+                kapEntityLoadReport& report, kapFileError& err) {
+    kapUnrecognisedScope scope;
+    // While it holds the saved values the root is at the saved version.
+    root.set_version(doc.version);
+    std::unique_ptr<kapParameterLoader> loader(root.create_loader(kapPtrClaim{}, doc.version));
+    if (!loader) {
+        err = error_at(0, 0,
+                       "the " + root.get_root_type() + " '" + root.get_root_name() +
+                           "' is locked and cannot be loaded");
+        return false;
+    }
+    std::vector<int> results;
+    results.reserve(doc.pairs.size());
+    for (const kapFilePair& pair : doc.pairs) {
+        results.push_back(loader->load_par(kapParameterKey(pair.key), pair.value));
+    }
+    loader->finalise_loading();
+    if (kapParameterUpdater* updater = root.get_updater()) {
+        updater->update(doc.version, root, loader->loaded_keys());
+    }
+    // A kind without update steps for the saved version is current once loaded.
+    if (root.version() < current) root.set_version(current);
+    root.set_modified(false);
+
+    const auto& table = kapParameterUpdater::get_unrecognised_pars();
+    report = kapEntityLoadReport{};
+    report.kind = root.get_root_type();
+    report.saved_version = doc.version;
+    report.version = root.version();
+    for (std::size_t i = 0; i < doc.pairs.size(); ++i) {
+        const kapFilePair& pair = doc.pairs[i];
+        if (results[i] == 1) {
+            ++report.loaded;
+            continue;
+        }
+        const bool kept = table.find(pair.key) != table.end() ||
+                          table.find(kapParameterKey(pair.key).str()) != table.end();
+        if (!kept) {
+            report.dropped.push_back(pair);
+            continue;
+        }
+        report.unrecognised.push_back(pair);
+        if (results[i] < 0) report.refused.push_back(pair);
+    }
+    return true;
+}
+
+}  // namespace
+
+std::unique_ptr<kapParameterRoot> kap_load_entity(const kapFileDocument& doc,
+                                                  kapEntityLoadReport& report, kapFileError& err) {
+    const kapEntityKindInfo* info = kapEntityKinds::find(doc.kind);
+    if (info == nullptr) {
+        err = error_at(doc.kind_line, doc.kind_column, "unknown entity kind '" + doc.kind + "'");
+        return nullptr;
+    }
+    if (!check_header(doc, info->kind, info->version, err)) return nullptr;
+    std::unique_ptr<kapParameterRoot> root = kapEntityKinds::create(doc.kind, doc.name);
+    if (!root) {
+        err = error_at(doc.kind_line, doc.kind_column, "cannot create a '" + doc.kind + "'");
+        return nullptr;
+    }
+    if (!load_pairs(*root, doc, info->version, report, err)) return nullptr;
+    return root;
+}
+
+bool kap_load_entity_into(kapParameterRoot& root, const kapFileDocument& doc,
+                          kapEntityLoadReport& report, kapFileError& err) {
+    const kapEntityKindInfo* info = kapEntityKinds::find(root.get_root_type());
+    const int current = info != nullptr ? info->version : root.version();
+    if (!check_header(doc, root.get_root_type(), current, err)) return false;
+    if (root.root_locked()) {
+        err = error_at(0, 0,
+                       "the " + root.get_root_type() + " '" + root.get_root_name() +
+                           "' is locked and cannot be loaded");
+        return false;
+    }
+    std::unique_ptr<kapParameter> copy_node(root.create_new());
+    auto* copy = kapParameterRoot::ut_dynamic_cast(copy_node.get());
+    if (copy == nullptr) {
+        err = error_at(0, 0, "cannot copy the " + root.get_root_type());
+        return false;
+    }
+    if (!load_pairs(*copy, doc, current, report, err)) return false;
+    kapBlockParUpdateCallbacks quiet;
+    root = *copy;
+    root.set_root_name(doc.name);
+    root.set_modified(false);
+    return true;
+}
+
+std::unique_ptr<kapParameterRoot> kap_read_entity(const utString& path, kapEntityLoadReport& report,
+                                                  kapFileError& err) {
+    kapFileDocument doc;
+    if (!kap_read_entity_file(path, doc, err)) return nullptr;
+    return kap_load_entity(doc, report, err);
+}
+
+kapFileDocument kap_entity_document(const kapParameterRoot& root,
+                                    const std::vector<kapFilePair>& unrecognised) {
+    kapFileDocument doc;
+    doc.kind = root.get_root_type();
+    doc.version = root.version();
+    doc.name = root.get_root_name();
+    utString key;
+    collect(root, key, doc);
+    if (!unrecognised.empty()) {
+        std::unordered_set<std::string> written;
+        written.reserve(doc.pairs.size() * 2);
+        for (const kapFilePair& p : doc.pairs)
+            written.insert(p.key);
+        for (const kapFilePair& p : unrecognised) {
+            if (written.insert(p.key).second)
+                doc.pairs.push_back(kapFilePair{p.key, p.value, 0, 0});
+        }
+    }
+    return doc;
+}
+
+bool kap_write_entity(const utString& path, const kapParameterRoot& root,
+                      const std::vector<kapFilePair>& unrecognised, kapFileError& err) {
+    const kapFileDocument doc = kap_entity_document(root, unrecognised);
+    if (!kap_check_entity_document(doc, err)) return false;
+    return kap_write_entity_file(path, doc, err);
+}
+
+utString kap_entity_key(const kapParameter& par) {
+    std::vector<const kapParameter*> chain;
+    for (const kapParameter* p = &par; p->parent() != nullptr; p = p->parent()) {
+        if (kapParameterRoot::ut_dynamic_cast(p) != nullptr) break;
+        chain.push_back(p);
+    }
+    utString key;
+    for (auto it = chain.rbegin(); it != chain.rend(); ++it) {
+        const kapParameter& child = **it;
+        append_key(key, *child.parent(), child, static_cast<std::size_t>(child.index_in_parent()));
+    }
+    return key;
+}
