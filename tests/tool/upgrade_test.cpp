@@ -1,0 +1,171 @@
+// kappar upgrade writes files that show the upgraded values, keeps what it did not know, and is
+// idempotent: upgrading an upgraded file changes nothing.
+
+#include <map>
+
+#include "kapparameter/kapParameterFile.h"
+#include "tool_process.h"
+
+namespace tooltest {
+namespace {
+
+namespace fs = std::filesystem;
+
+struct UpgradeCase {
+    const char* file;  // in examples/
+    int saved_version;
+    int version;
+    // Pairs the upgraded file must hold (key, value).
+    std::vector<std::pair<std::string, std::string>> expect;
+    // Keys it must not hold.
+    std::vector<std::string> absent;
+};
+
+void PrintTo(const UpgradeCase& c, std::ostream* os) {
+    *os << c.file;
+}
+
+std::map<std::string, std::string> pairs_of(const kapFileDocument& doc) {
+    std::map<std::string, std::string> pairs;
+    for (const auto& p : doc.pairs)
+        pairs[p.key] = p.value;
+    return pairs;
+}
+
+// The value lines of `kappar show`: after the title line (which names the saved version), up to
+// the first blank line.
+std::string values_of(const std::string& show) {
+    const auto start = show.find("\n\n");
+    if (start == std::string::npos) return std::string();
+    return show.substr(start + 2, show.find("\n\n", start + 2) - start - 2);
+}
+
+// The pairs `kappar show` lists as not in the schema, without their line numbers.
+std::string unrecognised_of(const std::string& show) {
+    const std::string heading = "not in the schema, kept as read:\n";
+    auto at = show.find(heading);
+    std::string pairs;
+    if (at == std::string::npos) return pairs;
+    at += heading.size();
+    while (at < show.size() && show[at] != '\n') {
+        const auto end = show.find('\n', at);
+        const std::string line = show.substr(at, end - at);
+        pairs += line.substr(0, line.find("  (line ")) + "\n";
+        at = end + 1;
+    }
+    return pairs;
+}
+
+class ToolUpgrade : public ::testing::TestWithParam<UpgradeCase> {};
+
+TEST_P(ToolUpgrade, WritesCurrentVersionAndIsIdempotent) {
+    const UpgradeCase& c = GetParam();
+    const std::string source = std::string("examples/") + c.file;
+    TempDir dir;
+    const std::string once = dir / "once.kap";
+    const std::string twice = dir / "twice.kap";
+
+    const ToolRun first = run_tool({"upgrade", source, "-o", once});
+    ASSERT_EQ(first.status, 0) << first.err;
+    kapFileDocument doc;
+    kapFileError err;
+    ASSERT_TRUE(kap_read_entity_file(once, doc, err)) << kap_format_file_error(once, err);
+    EXPECT_EQ(doc.version, c.version);
+    const auto pairs = pairs_of(doc);
+    for (const auto& [key, value] : c.expect) {
+        ASSERT_TRUE(pairs.contains(key)) << key;
+        EXPECT_EQ(pairs.at(key), value) << key;
+    }
+    for (const auto& key : c.absent)
+        EXPECT_FALSE(pairs.contains(key)) << key;
+
+    // The upgraded file shows the same values as the original brought up to date in memory.
+    const ToolRun show_source = run_tool({"show", source});
+    const ToolRun show_once = run_tool({"show", once});
+    ASSERT_EQ(show_once.status, 0) << show_once.err;
+    EXPECT_FALSE(values_of(show_once.out).empty()) << show_once.out;
+    EXPECT_EQ(values_of(show_once.out), values_of(show_source.out));
+    EXPECT_EQ(unrecognised_of(show_once.out), unrecognised_of(show_source.out));
+    EXPECT_EQ(show_once.out.substr(0, show_once.out.find('\n')).find("saved at"), std::string::npos)
+        << "an upgraded file is at the current version: " << show_once.out;
+
+    // Upgrading again, to a new file or in place, changes nothing.
+    const ToolRun second = run_tool({"upgrade", once, "-o", twice});
+    ASSERT_EQ(second.status, 0) << second.err;
+    EXPECT_EQ(read_file(twice), read_file(once));
+    const fs::file_time_type before = fs::last_write_time(once);
+    const ToolRun in_place = run_tool({"upgrade", "--in-place", once});
+    ASSERT_EQ(in_place.status, 0) << in_place.err;
+    EXPECT_EQ(read_file(once), read_file(twice));
+    EXPECT_EQ(fs::last_write_time(once), before) << "an unchanged file is not rewritten";
+}
+
+// clang-format off
+INSTANTIATE_TEST_SUITE_P(Examples, ToolUpgrade, ::testing::Values(
+    UpgradeCase{"boundary_v1_contact_conv.kap", 1, 3,
+                {{"Block.Diameter", "20"}, {"ContactPointBoundary", "12"}, {"Limit.Boundary", ""},
+                 {"Type", "contact_conv"}, {"Tolerance", "0.05"}, {"CollisionCheck", "1"},
+                 {"ThresholdThickness", "0.3"}, {"block.radius", "10"}, {"surface_finish", "fine"},
+                 {"ThicknessSetValues[16].Mode", "collision_check"}},
+                {"use_min_angle", "holder_check", "tolerance", "Limit"}},
+    UpgradeCase{"workplane_v0.kap", 0, 1,
+                {{"Origin", "(120;45;-10)"}, {"XAxis", "(0;1;0)"}, {"YAxis", "(-1;0;0)"},
+                 {"ZAngle", "90"}, {"Azimuth", "90"}, {"VNAutoLock", "0"}},
+                {"origin", "zangle"}},
+    UpgradeCase{"level_v0_set.kap", 0, 1, {{"Type", "set"}, {"IsClamp", "1"}}, {"type"}},
+    UpgradeCase{"stockmodel_v0.kap", 0, 1,
+                {{"Tolerance", "0.05"}, {"Workplane", "7"}, {"ThresholdThickness", "2*Tolerance"},
+                 {"Origin", "(0;0;-25)"}, {"NumberOfCores", "4"}},
+                {"tolerance"}},
+    UpgradeCase{"model_v0_unrecognised.kap", 0, 1,
+                {{"Origin", "scanned"}, {"ImportTime", "12:30"}, {"colour", "12632256"},
+                 {"Render.Smoothing", "0.5"}},
+                {"type"}},
+    UpgradeCase{"stockmodel_v1_problems.kap", 1, 1,
+                {{"Tolerance", "-0.5"}, {"Stepover", "2*Tolerance + StepoverOffset"}}, {}}));
+// clang-format on
+
+// Several files into a folder: one output per readable input, the notes of every file and a
+// summary on standard error, and status 3 for the broken one.
+TEST(ToolUpgradeMany, WritesAFolderAndSummarises) {
+    TempDir dir;
+    const std::string out = dir / "upgraded";
+    const ToolRun run =
+        run_tool({"upgrade", "examples/boundary_v1_contact_conv.kap", "examples/broken.kap",
+                  "examples/level_v0_set.kap", "examples/model_v0_unrecognised.kap",
+                  "examples/stockmodel_v1_problems.kap", "-o", out});
+    EXPECT_EQ(run.status, 3);
+    EXPECT_EQ(run.out, "");
+    expect_golden("upgrade_many.err", run.err);
+    for (const char* name : {"boundary_v1_contact_conv.kap", "level_v0_set.kap",
+                             "model_v0_unrecognised.kap", "stockmodel_v1_problems.kap"}) {
+        EXPECT_TRUE(fs::exists(fs::path(out) / name)) << name;
+    }
+    EXPECT_FALSE(fs::exists(fs::path(out) / "broken.kap"));
+}
+
+// In place, a file saved at an older version is replaced by its upgraded text.
+TEST(ToolUpgradeInPlace, ReplacesAnOlderFile) {
+    TempDir dir;
+    const std::string copy = dir / "level.kap";
+    fs::copy_file(fs::path(KAPPAR_SOURCE_DIR) / "examples/level_v0_set.kap", copy);
+    const ToolRun expected = run_tool({"upgrade", "examples/level_v0_set.kap"});
+    const ToolRun run = run_tool({"upgrade", "--in-place", copy});
+    EXPECT_EQ(run.status, 0) << run.err;
+    EXPECT_EQ(read_file(copy), expected.out);
+}
+
+// An output that cannot be written is status 4; the input is left alone.
+TEST(ToolUpgradeOutput, UnwritableOutputIsReported) {
+    TempDir dir;
+    const std::string blocked = dir / "file";
+    write_file(blocked, "not a folder");
+    const std::string target = blocked + "/level.kap";
+    const ToolRun run = run_tool({"upgrade", "examples/level_v0_set.kap", "-o", target});
+    EXPECT_EQ(run.status, 4);
+    EXPECT_EQ(run.err.rfind(target + ": ", 0), 0u) << run.err;
+    EXPECT_EQ(read_file(blocked), "not a folder");
+}
+
+}  // namespace
+}  // namespace tooltest
