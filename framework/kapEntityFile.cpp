@@ -105,8 +105,9 @@ bool load_pairs(kapParameterRoot& root, const kapFileDocument& doc, int current,
     }
     std::vector<int> results;
     results.reserve(doc.pairs.size());
+    kapParameterKey key;
     for (const kapFilePair& pair : doc.pairs) {
-        results.push_back(loader->load_par(kapParameterKey(pair.key), pair.value));
+        results.push_back(loader->load_par(key.set_path(pair.key), pair.value));
     }
     loader->finalise_loading();
     if (kapParameterUpdater* updater = root.get_updater()) {
@@ -162,24 +163,19 @@ bool kap_load_entity_into(kapParameterRoot& root, const kapFileDocument& doc,
                           kapEntityLoadReport& report, kapFileError& err) {
     const kapEntityKindInfo* info = kapEntityKinds::find(root.get_root_type());
     const int current = info != nullptr ? info->version : root.version();
+    // Everything that can refuse the document is settled before the first value is touched:
+    // loading a pair never fails (a value its parameter refuses is kept as unrecognised) and
+    // neither does an update step, so the entity is either loaded whole or left as it was,
+    // without the cost of loading into a copy.
     if (!check_header(doc, root.get_root_type(), current, err)) return false;
-    if (root.root_locked()) {
+    if (root.is_locked()) {
         err = error_at(0, 0,
                        "the " + root.get_root_type() + " '" + root.get_root_name() +
                            "' is locked and cannot be loaded");
         return false;
     }
-    std::unique_ptr<kapParameter> copy_node(root.create_new());
-    auto* copy = kapParameterRoot::ut_dynamic_cast(copy_node.get());
-    if (copy == nullptr) {
-        err = error_at(0, 0, "cannot copy the " + root.get_root_type());
-        return false;
-    }
-    if (!load_pairs(*copy, doc, current, report, err)) return false;
-    kapBlockParUpdateCallbacks quiet;
-    root = *copy;
+    if (!load_pairs(root, doc, current, report, err)) return false;
     root.set_root_name(doc.name);
-    root.set_modified(false);
     return true;
 }
 

@@ -58,6 +58,12 @@ void kapParameterKey::assign(std::string_view path) {
     if (!valid_) comps_.clear();
 }
 
+kapParameterKey& kapParameterKey::set_path(std::string_view path) {
+    legacy_.clear();
+    assign(path);
+    return *this;
+}
+
 kapParameterKey::kapParameterKey(const utString& path) { assign(path); }
 kapParameterKey::kapParameterKey(const char* path) { assign(path ? std::string_view(path) : ""); }
 kapParameterKey::kapParameterKey(std::string_view path) { assign(path); }

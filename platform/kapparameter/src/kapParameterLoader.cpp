@@ -1,5 +1,7 @@
 #include "kapparameter/kapParameterLoader.h"
 
+#include <utility>
+
 kapParameterLoader::kapParameterLoader(kapParameterRoot& root, int version)
     : root_(root), version_(version) {}
 
@@ -7,7 +9,7 @@ kapParameterLoader::~kapParameterLoader() = default;
 
 int kapParameterLoader::load_par(const kapParameterKey& key, const utString& value) {
     auto& unrecognised = kapParameterUpdater::get_unrecognised_pars();
-    const utString current = root_.lookup_key_synonym(key.str());
+    utString current = root_.lookup_key_synonym(key.str());
     const kapParameter* found = root_.find_node(current);
     if (found == nullptr || found == &root_ || kapParameterMap::ut_dynamic_cast(found) != nullptr) {
         unrecognised[key.str()] = value;
@@ -19,7 +21,7 @@ int kapParameterLoader::load_par(const kapParameterKey& key, const utString& val
         unrecognised[key.str()] = value;
         return -1;
     }
-    loaded_.insert_last(current);
+    loaded_.insert_last(std::move(current));
     return 1;
 }
 

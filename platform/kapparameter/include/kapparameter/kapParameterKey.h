@@ -34,6 +34,9 @@ public:
     // The element `index` of the sequence named `name` ("name[index]"; "[index]" when name is empty).
     kapParameterKey(int index, const utString& name);
 
+    // Re-parses the key from a path, reusing the key's storage (loops over many paths).
+    kapParameterKey& set_path(std::string_view path);
+
     bool valid() const noexcept { return valid_; }
     bool empty() const noexcept { return comps_.empty(); }
     std::size_t size() const noexcept { return comps_.size(); }
