@@ -8,7 +8,9 @@
 
 namespace {
 
-const kapParameter* as_par(const void* node) { return static_cast<const kapParameter*>(node); }
+const kapParameter* as_par(const void* node) {
+    return static_cast<const kapParameter*>(node);
+}
 
 // One step down a path: a child by name (letter case ignored, legacy keys too) or by index,
 // following a reference first.
@@ -36,12 +38,26 @@ const kapParameter* walk(const kapParameter* node, std::span<const kapExprName> 
 
 kapExprValue from_parameter(const kapParameterPtr& p, const kapExprScope* scope);
 
+// Calls a member function. A function parameter that lives in a tree is called on itself, so that
+// it finds the root of the tree it is in (a copied tree answers for the copy); a free-standing
+// one (an answer of lookup_method) on the parameter it was made for. A function that is already
+// running on this thread, or calls nested too deeply, answer an error instead of recursing.
+kapParameterPtr invoke(const kapParameterMemberFunction& f, const kapParameterPtr& args) {
+    kapExprGuard guard(&f);
+    if (!guard.ok()) {
+        const kapExprError e = guard.error().error();
+        return kapParameterError::create(e.code, e.message);
+    }
+    if (f.parent() != nullptr && f.function() != nullptr) return f.function()(f, args);
+    return f.call(args);
+}
+
 // Names resolve from the parameter that owns the expression: among its siblings, then outward
 // through the enclosing maps to the root, then through the root's lookup_method, then in the
 // global evaluation scope. A map that is itself the scope of an evaluation (kapEvaluator on an
 // entity or a branch) looks among its own children first; so does a node without a parent.
 class kapTreeScope final : public kapExprScope {
-public:
+  public:
     explicit kapTreeScope(const kapParameter* owner, bool inside = false) noexcept
         : owner_(owner), inside_(inside) {}
 
@@ -55,10 +71,16 @@ public:
                 kapParameterPtr m = root->lookup_method(kapParameterKey(path.relative));
                 if (m) {
                     if (auto* fn = kapParameterMemberFunction::ut_dynamic_cast(m.pointer())) {
-                        return from_parameter(fn->call(kapParameterPtr()), this);
+                        return from_parameter(invoke(*fn, kapParameterPtr()), this);
                     }
                     return from_parameter(m, this);
                 }
+            }
+        }
+        // Named entities of the global scope ("toolpath.Tolerance").
+        if (path.anchor == kapExprAnchor::owner) {
+            if (const kapParameter* n = find_global(path.components)) {
+                return kapExprValue::from_node(n, this);
             }
         }
         return kapExprValue::from_error(kapExprErrUnknownName,
@@ -72,7 +94,9 @@ public:
         for (const auto& a : args) {
             const kapExprValue v = kapExpr::to_plain(a);
             if (v.is_error()) return v;
-            if (a.is_node()) {
+            // A parameter goes as a copy of itself, unless its value is an expression: a copy
+            // would read its names from the argument list, so it goes as its value.
+            if (a.is_node() && !as_par(a.node())->is_expr()) {
                 l->append(kapParameterPtr(as_par(a.node())));
             } else if (v.is_text()) {
                 l->append(kapParameterPtr(new kapParameterString(std::string(v.text()))));
@@ -81,39 +105,33 @@ public:
                     kapSubTypeReal, kapDimensions(kapDimNone), v.number())));
             }
         }
-        // A member-function parameter of the tree ("Tool.IsTurning()" through the tool root, or
-        // a function node reached by its path).
-        const kapParameter* base = nullptr;
-        std::span<const kapExprName> comps = fn.components;
+        const std::span<const kapExprName> comps = fn.components;
         if (!comps.empty()) {
-            const kapExprName last = comps.back();
-            kapExprPath prefix = fn;
-            prefix.components = comps.first(comps.size() - 1);
+            // A member-function parameter reached by its path, references followed
+            // ("IsTurning()", "Turning.HolderAngleF()", "Tool.IsTurningType()").
             if (const kapParameter* node = find(fn)) {
                 if (auto* f = kapParameterMemberFunction::ut_dynamic_cast(node)) {
-                    return from_parameter(f->call(list), this);
+                    return from_parameter(invoke(*f, list), this);
                 }
             }
-            if (comps.size() > 1) {
-                base = find(prefix);
-                if (base && base->is_ref_node()) base = base->follow();
-                if (base) {
-                    const auto* root = kapParameterRoot::get_root(base);
-                    if (root != nullptr) {
-                        kapParameterPtr m = root->lookup_method(kapParameterKey(last.text));
-                        if (auto* f = kapParameterMemberFunction::ut_dynamic_cast(m.pointer())) {
-                            return from_parameter(f->call(list), this);
-                        }
+            // A function that a root answers through lookup_method: the owner's root for a lone
+            // name ("IsTurning()"), else the root that the path before the name leads to
+            // ("Tool.IsTurning()" through the tool root).
+            kapExprPath prefix = fn;
+            prefix.components = comps.first(comps.size() - 1);
+            const bool lone = prefix.components.empty() && fn.anchor == kapExprAnchor::owner;
+            kapExprValue v = call_method(lone ? owner_ : find(prefix), comps.back(), list);
+            if (!v.is_none()) return v;
+            // Then the entities of the global scope ("toolpath.IsTurning()").
+            if (fn.anchor == kapExprAnchor::owner) {
+                if (const kapParameter* node = find_global(comps)) {
+                    if (auto* f = kapParameterMemberFunction::ut_dynamic_cast(node)) {
+                        return from_parameter(invoke(*f, list), this);
                     }
                 }
-            } else if (fn.anchor != kapExprAnchor::global) {
-                const kapParameterRoot* root = kapParameterRoot::get_root(owner_);
-                if (root != nullptr) {
-                    kapParameterPtr m = root->lookup_method(kapParameterKey(last.text));
-                    if (auto* f = kapParameterMemberFunction::ut_dynamic_cast(m.pointer())) {
-                        return from_parameter(f->call(list), this);
-                    }
-                    if (m) return from_parameter(m, this);
+                if (!lone) {
+                    v = call_method(find_global(prefix.components), comps.back(), list);
+                    if (!v.is_none()) return v;
                 }
             }
         }
@@ -136,7 +154,8 @@ public:
             return kapExpr::to_plain(v);
         }
         switch (p->type()) {
-            case kapParameterType::numeric: return kapExprValue::from_number(p->get_double());
+            case kapParameterType::numeric:
+                return kapExprValue::from_number(p->get_double());
             case kapParameterType::enumeration: {
                 const auto* e = static_cast<const kapParameterEnum*>(p);
                 const int s = e->get_state();
@@ -151,7 +170,7 @@ public:
             }
             case kapParameterType::memberfunction: {
                 const auto* f = static_cast<const kapParameterMemberFunction*>(p);
-                kapParameterPtr r = f->call(kapParameterPtr());
+                kapParameterPtr r = invoke(*f, kapParameterPtr());
                 if (!r) return kapExprValue::from_error(kapExprErrUnknownName, "no result");
                 if (r.pointer() == p) return kapExprValue::from_error(kapExprErrCycle, "cycle");
                 return plain_value(r.pointer());
@@ -164,11 +183,28 @@ public:
             case kapParameterType::temparray:
                 return kapExprValue::from_error(kapExprErrType,
                                                 "'" + p->get_name() + "' has no single value");
-            default: return kapExprValue::from_owned_text(p->get_string());
+            default:
+                return kapExprValue::from_owned_text(p->get_string());
         }
     }
 
-private:
+  private:
+    // The function `name` of the root of `base` (a reference leads to the root it names), called
+    // with `args`; nothing when that root has no such function.
+    kapExprValue call_method(const kapParameter* base, const kapExprName& name,
+                             const kapParameterPtr& args) const {
+        if (base == nullptr || name.is_index()) return {};
+        if (base->is_ref_node()) base = base->follow();
+        const kapParameterRoot* root = kapParameterRoot::get_root(base);
+        if (root == nullptr) return {};
+        kapParameterPtr m = root->lookup_method(kapParameterKey(name.text));
+        if (!m) return {};
+        if (auto* f = kapParameterMemberFunction::ut_dynamic_cast(m.pointer())) {
+            return from_parameter(invoke(*f, args), this);
+        }
+        return from_parameter(m, this);
+    }
+
     const kapParameter* find(const kapExprPath& path) const {
         switch (path.anchor) {
             case kapExprAnchor::root: {
@@ -182,7 +218,8 @@ private:
                 if (entity == nullptr) return nullptr;
                 return walk(entity, path.components);
             }
-            case kapExprAnchor::owner: break;
+            case kapExprAnchor::owner:
+                break;
         }
         if (path.components.empty()) return nullptr;
         const kapExprName& first = path.components.front();
@@ -193,15 +230,21 @@ private:
         for (; level != nullptr; level = level->parent()) {
             if (const kapParameter* hit = descend(level, first)) return walk(hit, rest);
         }
-        // Named entities of the global scope ("toolpath.Tolerance").
-        if (const kapParameter* entity = kapParameterLib::get_eval_scope().find_child(first.text)) {
-            return walk(entity, rest);
-        }
         return nullptr;
     }
 
+    // A path of an owner-anchored name among the entities of the global scope: the last place
+    // a name is looked for, after the tree and the root's lookup_method.
+    static const kapParameter* find_global(std::span<const kapExprName> comps) {
+        if (comps.empty() || comps.front().is_index()) return nullptr;
+        const kapParameter* entity =
+            kapParameterLib::get_eval_scope().find_child(comps.front().text);
+        return entity == nullptr ? nullptr : walk(entity, comps.subspan(1));
+    }
+
     static const kapParameter* top_of(const kapParameter* p) {
-        while (p->parent() != nullptr) p = p->parent();
+        while (p->parent() != nullptr)
+            p = p->parent();
         return p;
     }
 
@@ -220,21 +263,24 @@ kapParameterPtr to_parameter(const kapExprValue& v) {
         case kapExprValue::Type::number:
             return kapParameterPtr(
                 new kapParameterNumeric(kapSubTypeReal, kapDimensions(kapDimNone), v.number()));
-        case kapExprValue::Type::boolean: return kapParameterNumeric::create_bool(v.boolean());
+        case kapExprValue::Type::boolean:
+            return kapParameterNumeric::create_bool(v.boolean());
         case kapExprValue::Type::text: {
             auto* s = new kapParameterString();
             kapParameterPtr p(s);
             s->set_string(std::string(v.text()));
             return p;
         }
-        case kapExprValue::Type::node: return kapParameterPtr(as_par(v.node()));
+        case kapExprValue::Type::node:
+            return kapParameterPtr(as_par(v.node()));
         case kapExprValue::Type::error: {
             const kapExprError e = v.error();
             utString msg = e.message;
             if (e.offset >= 0) msg += " (at " + std::to_string(e.offset) + ")";
             return kapParameterError::create(e.code, msg);
         }
-        case kapExprValue::Type::none: break;
+        case kapExprValue::Type::none:
+            break;
     }
     return kapParameterError::create(kapErrGeneric, "no value");
 }
@@ -292,11 +338,13 @@ void kap_collect_dependencies(const kapParameterRoot& root, utStringutStringSetc
         if (!p->get_active().empty()) {
             auto compiled = kapExpr::compile(p->get_active());
             auto& names = table[kapParameter::get_name(*p, 1)];
-            for (const auto& n : compiled->names()) names.insert(utString(n.text));
+            for (const auto& n : compiled->names())
+                names.insert(utString(n.text));
         }
         if (p->is_map()) {
             const auto* m = static_cast<const kapParameterMap*>(p);
-            for (std::size_t i = 0; i < m->size(); ++i) stack.push_back(m->child(i).pointer());
+            for (std::size_t i = 0; i < m->size(); ++i)
+                stack.push_back(m->child(i).pointer());
         }
     }
 }

@@ -633,6 +633,12 @@ class kapExprParser {
     }
 
     void finish() {
+        if (!failed()) {
+            // Before the spans into the component store are made: shrinking moves the store.
+            c_.nodes_.shrink_to_fit();
+            c_.consts_.shrink_to_fit();
+            c_.comps_.shrink_to_fit();
+        }
         // Spans into the component store, now that it has stopped growing.
         auto out = [&](const std::vector<PendingPath>& in, std::vector<kapExprPath>& to) {
             to.reserve(in.size());
@@ -658,9 +664,6 @@ class kapExprParser {
         }
         out(names_, c_.names_);
         out(calls_, c_.calls_);
-        c_.nodes_.shrink_to_fit();
-        c_.consts_.shrink_to_fit();
-        c_.comps_.shrink_to_fit();
     }
 
     kapExprCompiled& c_;

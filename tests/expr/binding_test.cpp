@@ -1,0 +1,814 @@
+// Expressions evaluated on parameter trees: where names are found (siblings, enclosing maps, the
+// root, lookup_method, the global scope), references, member functions, values that are
+// expressions, errors, cycles, nesting depth, and activity.
+
+#include <gtest/gtest.h>
+
+#include <initializer_list>
+#include <string>
+#include <utility>
+#include <variant>
+#include <vector>
+
+#include "kappar/kapBoundaryPar.h"
+#include "kappar/kapLevelPar.h"
+#include "kapparameter/kapEvaluator.h"
+#include "kapparameter/kapExpr.h"
+#include "kapparameter/kapParameter.h"
+
+namespace {
+
+// ---------------------------------------------------------------------------------------------
+// Building trees
+
+kapParameterPtr number(double v) {
+    return kapParameterPtr(new kapParameterNumeric(kapSubTypeReal, kapDimensions(kapDimNone), v));
+}
+kapParameterPtr flag(int v) {
+    return kapParameterNumeric::create_bool(v);
+}
+kapParameterPtr choice(std::initializer_list<const char*> states, const char* value) {
+    auto* e = new kapParameterEnum();
+    kapParameterPtr p(e);
+    for (const char* s : states)
+        e->add_state(s, s, utString(s) + ".");
+    e->set_string(value);
+    return p;
+}
+kapParameterPtr text(const char* value) {
+    return kapParameterPtr(new kapParameterString(value));
+}
+kapParameterPtr map() {
+    return kapParameterPtr(new kapParameterMap());
+}
+kapParameterPtr list() {
+    return kapParameterPtr(new kapParameterList());
+}
+// A number whose value is an expression.
+kapParameterPtr formula(const char* expression) {
+    kapParameterPtr p = number(0);
+    p->set_string(expression);
+    return p;
+}
+kapParameterPtr function(kapMemberFn fn) {
+    return kapParameterPtr(new kapParameterMemberFunction(fn, nullptr));
+}
+
+kapParameter* put(kapParameter& parent, const char* path, const kapParameterPtr& p,
+                  const char* active = nullptr) {
+    kapParameterPtr added = static_cast<kapParameterMap&>(parent).add(path, p);
+    if (active != nullptr) added->set_active(active);
+    return added.pointer();
+}
+
+kapParameter& at(const kapParameterPtr& root, const char* path) {
+    const kapParameter* p = root->find_node(path);
+    EXPECT_NE(p, nullptr) << path;
+    return *const_cast<kapParameter*>(p);
+}
+
+// A tool. Its kind function is a parameter of the tree: it answers from the tree it is in.
+kapParameterPtr tool_is_turning(const kapParameter& self, const kapParameterPtr&) {
+    const kapParameterRoot* root = kapParameterRoot::get_root(&self);
+    const bool turning = root != nullptr && (*root)["Type"]->get_string().rfind("turn_", 0) == 0;
+    return kapParameterNumeric::create_bool(turning);
+}
+
+kapParameterPtr make_tool(const char* name) {
+    kapParameterPtr root(new kapParameterRoot("tool", 1, name));
+    kapParameter& r = *root;
+    put(r, "Type", choice({"end_mill", "turn_profiling", "turn_grooving"}, "end_mill"));
+    put(r, "IsTurningType", function(&tool_is_turning));
+    put(r, "Diameter", number(10), "!IsTurningType()");
+    put(r, "TurningInsert", map());
+    put(r, "TurningInsert.InsertShape", choice({"diamond_35", "round", "custom"}, "diamond_35"),
+        "Type=='turn_profiling'");
+    put(r, "TurningInsert.TipAngle", number(35),
+        "(Type=='turn_profiling' AND InsertShape=='custom') OR Type=='turn_grooving'");
+    put(r, "TurningInsert.TipRadius", number(0.4),
+        "(Type=='turn_profiling' AND InsertShape!='round') OR Type=='turn_grooving'");
+    return root;
+}
+
+// A toolpath: a root that answers functions through lookup_method, as entity roots do.
+class MethodRoot : public kapParameterRoot {
+  public:
+    MethodRoot() : kapParameterRoot("toolpath", 29, "TP") {}
+
+    kapParameterPtr lookup_method(const kapParameterKey& key) const override {
+        const utString name = key.first_lower();
+        if (name == "isturning") {
+            return kapParameterPtr(new kapParameterMemberFunction(&is_turning, this));
+        }
+        if (name == "scaled") return kapParameterPtr(new kapParameterMemberFunction(&scaled, this));
+        if (name == "num_comp") return number(3);
+        if (name == "shadowed") return number(7);
+        if (name == "beforeglobal") return number(11);
+        return kapParameterRoot::lookup_method(key);
+    }
+
+    // What the last call of scaled() received as its first argument.
+    static inline bool last_first_was_expr = false;
+
+  private:
+    static kapParameterPtr is_turning(const kapParameter& self, const kapParameterPtr&) {
+        return kapParameterNumeric::create_bool(self["Strategy"]->get_string().rfind("turn_", 0) ==
+                                                0);
+    }
+    static kapParameterPtr scaled(const kapParameter&, const kapParameterPtr& args) {
+        if (!args || args->size() != 2) return kapParameterError::create(kapErrType, "two numbers");
+        const auto& l = static_cast<const kapParameterMap&>(*args);
+        last_first_was_expr = l.child(0)->is_expr();
+        return number(l.child(0)->get_double() * l.child(1)->get_double());
+    }
+};
+
+kapParameterPtr orientation_function(const kapParameter&, const kapParameterPtr&) {
+    return text("standard");
+}
+
+kapParameterPtr make_toolpath(const kapParameterRoot& tool) {
+    kapParameterPtr root(new MethodRoot());
+    kapParameter& r = *root;
+    put(r, "Strategy", choice({"raster", "turn_roughing", "drill"}, "raster"));
+    put(r, "Tolerance", number(0.1));
+    put(r, "Thickness", formula("2*Rootpar.Tolerance"));
+    put(r, "Stepover", formula("max(0.3;2*Rootpar.Tolerance)"));
+    put(r, "Broken", formula("2*Missing"));
+    put(r, "shadowed", number(1));
+    auto* ref = new kapParameterRef();
+    kapParameterPtr tool_ref(ref);
+    ref->set_ref_root_type("tool");
+    ref->set_ref_from_id(tool.get_id());
+    put(r, "Tool", tool_ref);
+    put(r, "Connections", map());
+    put(r, "Connections.Polar", flag(1));
+    put(r, "Connections.LeadIn", list());
+    static_cast<kapParameterMap&>(at(root, "Connections.LeadIn")).append(map());
+    put(r, "Connections.LeadIn[0].Type", choice({"none", "arc"}, "arc"));
+    put(r, "Rapid", map());
+    put(r, "Rapid.SafeArea", choice({"plane", "box"}, "plane"));
+    put(r, "Turning", map());
+    put(r, "Turning.UserDefined", flag(0));
+    put(r, "Turning.UserToolOrientation", text("reversed"));
+    put(r, "Turning.ToolOrientationF", function(&orientation_function));
+    put(r, "Turning.ToolOrientation",
+        text("${select(UserDefined;UserToolOrientation;ToolOrientationF())}"));
+    put(r, "Turning.Literal", text("select(UserDefined;1;2)"));
+    put(r, "Turning.Computed", text("${2*Rootpar.Tolerance}"));
+    put(r, "Turning.Failing", text("${Missing}"));
+    put(r, "Limits", map());
+    put(r, "Limits.Tolerance", number(0.5));
+    put(r, "Limits.Inner", map());
+    put(r, "Limits.Inner.Near", formula("Tolerance*10"));
+    put(r, "Limits.Inner.Far", formula("RootPar.Tolerance*10"));
+    return root;
+}
+
+// The collision and singularity settings of a simulation state, with a second "CheckCollisions"
+// at the top so that a condition reading the wrong one shows.
+kapParameterPtr make_simulation() {
+    kapParameterPtr root(new kapParameterRoot("simulationstate", 1, "S"));
+    kapParameter& r = *root;
+    put(r, "CheckCollisions", flag(1));
+    put(r, "Issues", map());
+    put(r, "Issues.CheckReconfigurations", flag(0));
+    put(r, "Issues.Collisions", map());
+    put(r, "Issues.Collisions.CheckCollisions", flag(0));
+    put(r, "Issues.Collisions.Clearance", number(1), "(CheckCollisions == 1)");
+    put(r, "Issues.Collisions.CheckToolAndHolder", flag(0), "(CheckCollisions == 1)");
+    put(r, "Issues.Collisions.HolderClearance", number(1),
+        "(CheckCollisions == 1) AND (CheckToolAndHolder==1)");
+    put(r, "Singularity", map());
+    put(r, "Singularity.Angle", number(5), "(Avoidance.On == 0)");
+    put(r, "Singularity.Avoidance", map());
+    put(r, "Singularity.Avoidance.On", flag(0));
+    put(r, "Singularity.Avoidance.Step", number(1), "(On == 0)");
+    return root;
+}
+
+// ---------------------------------------------------------------------------------------------
+// Expected answers
+
+struct Err {
+    int code;
+};
+using Want = std::variant<bool, double, const char*, Err>;
+
+void expect_answer(const kapParameterPtr& r, const Want& want, const std::string& what) {
+    ASSERT_TRUE(r) << what;
+    if (std::holds_alternative<Err>(want)) {
+        ASSERT_TRUE(r->is_error()) << what << " gave " << r->get_string();
+        EXPECT_EQ(static_cast<const kapParameterError&>(*r).code(), std::get<Err>(want).code)
+            << what << ": " << r->get_string();
+        return;
+    }
+    ASSERT_FALSE(r->is_error()) << what << ": " << r->get_string();
+    if (std::holds_alternative<bool>(want)) {
+        EXPECT_EQ(r->get_int() != 0, std::get<bool>(want)) << what;
+    } else if (std::holds_alternative<double>(want)) {
+        EXPECT_NEAR(r->get_double(), std::get<double>(want), 1e-12) << what;
+    } else {
+        EXPECT_EQ(r->get_string(), std::get<const char*>(want)) << what;
+    }
+}
+
+struct Case {
+    const char* scope;  // path of the evaluator's scope from the root; "" for the root
+    const char* text;
+    Want want;
+};
+
+class Binding : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        tool = make_tool("T1");
+        toolpath = make_toolpath(static_cast<const kapParameterRoot&>(*tool));
+        simulation = make_simulation();
+        // The host names its current entities in the global scope with references.
+        auto* ref = new kapParameterRef();
+        kapParameterPtr p(ref);
+        ref->set_ref_from_id(static_cast<kapParameterRoot&>(*toolpath).get_id());
+        scope().add("toolpath", p);
+        scope().add("beforeglobal", number(99));
+    }
+    void TearDown() override {
+        scope().remove("toolpath");
+        scope().remove("beforeglobal");
+    }
+    static kapParameterMap& scope() { return kapParameterLib::get_eval_scope(); }
+
+    void run(const kapParameterPtr& root, std::initializer_list<Case> cases) {
+        for (const Case& c : cases) {
+            const kapParameter& where = at(root, c.scope);
+            expect_answer(kapEvaluator(&where).evaluate(c.text), c.want,
+                          std::string("'") + c.text + "' from '" + c.scope + "'");
+        }
+    }
+
+    kapParameterPtr tool, toolpath, simulation;
+};
+
+// ---------------------------------------------------------------------------------------------
+// Where names are found
+
+TEST_F(Binding, NamesResolveAmongSiblingsThenOutwardToTheRoot) {
+    run(simulation,
+        {
+            // Inside "Collisions" the sibling wins over the root's flag of the same name.
+            {"Issues.Collisions.Clearance", "(CheckCollisions == 1)", false},
+            {"Issues.Collisions.Clearance", "CheckReconfigurations", false},  // one map out
+            {"Issues.Collisions", "CheckCollisions", false},  // a map scope: its own children
+            {"Issues", "CheckCollisions", true},              // from "Issues": the root's
+            {"", "CheckCollisions", true},
+            {"Singularity.Angle", "(Avoidance.On == 0)", true},
+            {"Singularity.Avoidance.Step", "(On == 0)", true},
+            {"Singularity.Avoidance.Step", "Avoidance.On", false},  // a path found one map out
+            {"Issues.Collisions.Clearance", "Singularity.Avoidance.On + 1", 1.0},
+        });
+    run(tool,
+        {
+            {"TurningInsert.TipAngle", "InsertShape=='custom'", false},
+            {"TurningInsert.TipAngle", "InsertShape=='diamond_35'", true},
+            {"TurningInsert.TipAngle", "Type=='end_mill'", true},  // found outward, at the root
+            {"TurningInsert", "Type=='turn_profiling'", false},
+        });
+    run(toolpath,
+        {
+            // A nearer map's parameter shadows the root's; RootPar reaches past it.
+            {"Limits.Inner.Near", "Tolerance", 0.5},
+            {"Limits.Inner.Near", "RootPar.Tolerance", 0.1},
+            {"Limits.Inner.Near", "Rootpar.Tolerance", 0.1},
+            {"Limits.Inner.Near", "ROOTPAR.tolerance", 0.1},
+            {"Limits.Inner.Near", "RootPar.Limits.Tolerance * 2", 1.0},
+            {"Limits.Inner.Near", "RootPar.Rapid.SafeArea == 'plane'", true},
+            {"Connections.Polar",
+             "(RootPar.Rapid.SafeArea == 'plane' AND !Connections.Polar) OR "
+             "RootPar.Rapid.SafeArea == 'box'",
+             false},
+            {"Connections.Polar", "Connections.LeadIn[0].Type != 'none'", true},
+            {"Connections.Polar", "Connections.LeadIn[1].Type != 'none'", Err{kapErrNoItem}},
+            // Letter case: names ignore it, enumeration texts do not.
+            {"", "STRATEGY=='raster'", true},
+            {"", "strategy=='Raster'", false},
+            {"", "connections.POLAR", true},
+        });
+}
+
+TEST_F(Binding, TheTreeComesBeforeLookupMethodWhichComesBeforeTheGlobalScope) {
+    run(toolpath, {
+                      {"", "shadowed", 1.0},  // a child of that name
+                      {"Limits.Inner.Near", "shadowed", 1.0},
+                      {"", "num_comp + 1", 4.0},  // only lookup_method knows it
+                      {"Limits.Inner.Near", "RootPar.num_comp", 3.0},
+                      {"", "beforeglobal", 11.0},  // lookup_method, not the global entity
+                  });
+    run(tool,
+        {
+            {"Diameter", "beforeglobal", 99.0},  // a root without the method: the global scope
+            {"Diameter", "num_comp", Err{kapErrNoItem}},
+        });
+}
+
+TEST_F(Binding, GlobalPathsNameEntitiesOfTheGlobalScope) {
+    run(tool, {
+                  {"Diameter", "{toolpath}.Tolerance * 2", 0.2},
+                  {"Diameter", "{Toolpath}.Strategy", "raster"},
+                  {"Diameter", "{toolpath}.Limits.Inner.Far", 1.0},
+                  {"Diameter", "toolpath.Tolerance", 0.1},  // a plain path falls back on the scope
+                  {"Diameter", "{toolpath}.IsTurning()", false},
+                  {"Diameter", "toolpath.IsTurning()", false},
+                  {"Diameter", "{nothing}.Tolerance", Err{kapErrNoItem}},
+                  {"Diameter", "{toolpath}.Nothing", Err{kapErrNoItem}},
+              });
+    // The entity is read live, through its reference.
+    at(toolpath, "Strategy").set_string("turn_roughing");
+    run(tool,
+        {{"Diameter", "{toolpath}.IsTurning() AND {toolpath}.Strategy=='turn_roughing'", true}});
+}
+
+TEST_F(Binding, ReferencesAreFollowedToTheEntityTheyName) {
+    run(toolpath, {
+                      {"", "Tool.Type", "end_mill"},
+                      {"Limits.Inner.Near", "Tool.Type=='end_mill'", true},
+                      {"", "Tool.Diameter * 2", 20.0},
+                      {"", "Tool.TurningInsert.TipRadius", 0.4},
+                      {"", "Tool.IsTurningType()", false},
+                      {"", "Tool.Nothing", Err{kapErrNoItem}},
+                  });
+    at(tool, "Type").set_string("turn_grooving");
+    run(toolpath, {{"", "Tool.Type=='turn_grooving' AND Tool.IsTurningType()", true}});
+
+    // A reference that names a root of another kind, or that may not be followed, leads nowhere.
+    kapLevelPar level("L");
+    auto* wrong = new kapParameterRef();
+    kapParameterPtr w(wrong);
+    wrong->set_ref_root_type("tool");
+    wrong->set_ref_from_id(level.get_id());
+    put(*toolpath, "OtherTool", w);
+    auto* blocked = new kapParameterRef();
+    kapParameterPtr b(blocked);
+    blocked->set_ref_from_id(static_cast<kapParameterRoot&>(*tool).get_id());
+    blocked->set_nofollow(1);
+    put(*toolpath, "BlockedTool", b);
+    run(toolpath, {
+                      {"", "OtherTool.Type", Err{kapErrNoItem}},
+                      {"", "BlockedTool.Type", Err{kapErrNoItem}},
+                  });
+
+    // A reference to an entity that no longer exists.
+    tool = kapParameterPtr();
+    run(toolpath, {{"", "Tool.Type", Err{kapErrNoItem}}});
+}
+
+// ---------------------------------------------------------------------------------------------
+// Functions
+
+TEST_F(Binding, MemberFunctionsAreCalledWithParenthesesAndThroughLookupMethod) {
+    run(toolpath,
+        {
+            {"", "IsTurning()", false},
+            {"", "!IsTurning()", true},
+            {"Limits.Inner.Near", "IsTurning()", false},  // the root's, from deep inside
+            {"", "IsTurning", false},                     // a bare name asks the function too
+            {"", "RootPar.IsTurning()", false},
+            {"", "scaled(Tolerance;3)", 0.3},
+            {"", "scaled(2;Tool.Diameter)", 20.0},
+            {"", "scaled(Tolerance)", Err{kapErrType}},    // the function's own error
+            {"", "scaled(Missing;1)", Err{kapErrNoItem}},  // an argument's error
+            {"", "Nothing()", Err{kapErrNoItem}},
+            {"", "Tool.IsTurning()", Err{kapErrNoItem}},  // the tool root has no such method
+            {"Turning.ToolOrientation", "ToolOrientationF()", "standard"},
+            {"", "Turning.ToolOrientationF()", "standard"},
+            {"Turning.ToolOrientation",
+             "select(UserDefined;UserToolOrientation;ToolOrientationF())", "standard"},
+        });
+    at(toolpath, "Strategy").set_string("turn_roughing");
+    run(toolpath, {{"", "IsTurning() AND !Tool.IsTurningType()", true}});
+}
+
+TEST_F(Binding, AnArgumentWhoseValueIsAnExpressionIsPassedAsItsValue) {
+    // Thickness reads "Rootpar.Tolerance": a copy of it in the argument list would find no root.
+    expect_answer(kapEvaluator(toolpath).evaluate("scaled(Thickness;2)"), 0.4, "scaled");
+    EXPECT_FALSE(MethodRoot::last_first_was_expr);
+    expect_answer(kapEvaluator(toolpath).evaluate("scaled(Tolerance;2)"), 0.2, "scaled");
+}
+
+TEST_F(Binding, TreeFunctionsAnswerForTheTreeTheyAreIn) {
+    const kapParameterPtr copy_handle(tool->create_new());
+    at(copy_handle, "Type").set_string("turn_profiling");
+    run(copy_handle, {{"Diameter", "IsTurningType()", true}});
+    run(tool, {{"Diameter", "IsTurningType()", false}});
+    EXPECT_FALSE(at(copy_handle, "Diameter").is_active());
+    EXPECT_TRUE(at(tool, "Diameter").is_active());
+}
+
+// ---------------------------------------------------------------------------------------------
+// Values that are expressions
+
+TEST_F(Binding, NumbersWhoseValueIsAnExpressionAreEvaluatedOnEveryRead) {
+    kapParameter& thickness = at(toolpath, "Thickness");
+    kapParameter& stepover = at(toolpath, "Stepover");
+    EXPECT_DOUBLE_EQ(thickness.get_double(), 0.2);
+    EXPECT_DOUBLE_EQ(stepover.get_double(), 0.3);
+    EXPECT_EQ(thickness.get_value_text(), "2*Rootpar.Tolerance");
+    EXPECT_TRUE(thickness.is_expr());
+
+    at(toolpath, "Tolerance").set_double(0.25);
+    EXPECT_DOUBLE_EQ(thickness.get_double(), 0.5);
+    EXPECT_EQ(thickness.get_string(), "0.5");
+    EXPECT_DOUBLE_EQ(stepover.get_double(), 0.5);
+    EXPECT_DOUBLE_EQ(at(toolpath, "Limits.Inner.Near").get_double(), 5.0);
+    EXPECT_DOUBLE_EQ(at(toolpath, "Limits.Inner.Far").get_double(), 2.5);
+
+    // Another expression in place of the first.
+    thickness.set_string("Tolerance + 1");
+    EXPECT_DOUBLE_EQ(thickness.get_double(), 1.25);
+    // A plain number in place of the expression.
+    thickness.set_double(3);
+    EXPECT_FALSE(thickness.is_expr());
+    EXPECT_DOUBLE_EQ(thickness.get_double(), 3);
+
+    // A copy reads its own tree.
+    const kapParameterPtr copy_handle(toolpath->create_new());
+    at(copy_handle, "Tolerance").set_double(1);
+    EXPECT_DOUBLE_EQ(at(copy_handle, "Stepover").get_double(), 2.0);
+    EXPECT_DOUBLE_EQ(stepover.get_double(), 0.5);
+
+    // An expression that cannot be evaluated reads as 0; through the evaluator it is an error.
+    EXPECT_EQ(at(toolpath, "Broken").get_double(), 0.0);
+    run(toolpath, {{"", "Broken + 1", Err{kapErrNoItem}}, {"", "Thickness * 2", 6.0}});
+}
+
+TEST_F(Binding, StringsAreLiteralUnlessWrapped) {
+    kapParameter& orientation = at(toolpath, "Turning.ToolOrientation");
+    EXPECT_EQ(orientation.get_string(), "standard");
+    at(toolpath, "Turning.UserDefined").set_int(1);
+    EXPECT_EQ(orientation.get_string(), "reversed");
+    EXPECT_EQ(orientation.get_value_text(),
+              "${select(UserDefined;UserToolOrientation;ToolOrientationF())}");
+    EXPECT_EQ(at(toolpath, "Turning.Literal").get_string(), "select(UserDefined;1;2)");
+    EXPECT_EQ(at(toolpath, "Turning.Computed").get_string(), "0.2");
+    EXPECT_EQ(at(toolpath, "Turning.Failing").get_string(), "");
+    run(toolpath, {
+                      {"Turning", "ToolOrientation == 'reversed'", true},
+                      {"Turning", "Computed * 10", 2.0},
+                      {"Turning", "Literal", "select(UserDefined;1;2)"},
+                  });
+}
+
+// ---------------------------------------------------------------------------------------------
+// Errors, cycles and depth
+
+TEST_F(Binding, BadInputAnswersAnErrorParameter) {
+    run(toolpath, {
+                      {"", "", Err{kapErrSyntax}},
+                      {"", "Strategy==", Err{kapErrSyntax}},
+                      {"", "Strategy = 'raster'", Err{kapErrSyntax}},
+                      {"", "'unterminated", Err{kapErrSyntax}},
+                      {"", "(Tolerance", Err{kapErrSyntax}},
+                      {"", "Tolerance)", Err{kapErrSyntax}},
+                      {"", "'abc' * 2", Err{kapErrType}},
+                      {"", "Strategy * 2", Err{kapErrType}},
+                      {"", "Connections + 1", Err{kapErrType}},  // a map has no single value
+                      {"", "Nothing + 1", Err{kapErrNoItem}},
+                      {"", "Nothing", Err{kapErrNoItem}},
+                      {"", "1/0", Err{kapErrDivideByZero}},
+                      {"", "1/(Tolerance - 0.1)", Err{kapErrDivideByZero}},
+                      {"", "max(1)", Err{8}},
+                      {"", "active(1)", Err{8}},
+                      {"", "sqrt(0 - Tolerance)", Err{9}},
+                  });
+    // Messages say where the fault lies.
+    const kapParameterPtr r = kapEvaluator(toolpath).evaluate("Tolerance + Nothing");
+    ASSERT_TRUE(r->is_error());
+    EXPECT_NE(r->get_string().find("Nothing"), std::string::npos) << r->get_string();
+    EXPECT_NE(r->get_string().find("(at 12)"), std::string::npos) << r->get_string();
+    EXPECT_TRUE(kapEvaluator(static_cast<const kapParameter*>(nullptr)).evaluate("1")->is_error());
+}
+
+TEST_F(Binding, ParametersThatReadEachOtherAnswerACycleError) {
+    kapParameter& r = *toolpath;
+    put(r, "CycleA", formula("CycleB + 1"));
+    put(r, "CycleB", formula("CycleA + 1"));
+    put(r, "Self", formula("Self * 2"));
+    put(r, "Loop", map());
+    put(r, "Loop.First", formula("RootPar.Loop.Second"));
+    put(r, "Loop.Second", formula("Third - 1"));
+    put(r, "Loop.Third", formula("max(First; 1)"));
+    run(toolpath, {
+                      {"", "CycleA * 1", Err{kapErrCycle}},
+                      {"", "CycleB + 0", Err{kapErrCycle}},
+                      {"", "Self + 0", Err{kapErrCycle}},
+                      {"", "Loop.Second + 0", Err{kapErrCycle}},
+                      {"", "Tolerance + 1", 1.1},  // nothing is left marked after a cycle
+                  });
+    EXPECT_EQ(at(toolpath, "CycleA").get_double(), 0.0);
+    EXPECT_EQ(at(toolpath, "Loop.Third").get_double(), 0.0);
+    // Activity that reads itself counts as active.
+    put(r, "ActA", number(1), "active(ActB)");
+    put(r, "ActB", number(1), "active(ActA) AND Tolerance > 0");
+    EXPECT_TRUE(at(toolpath, "ActA").is_active());
+    EXPECT_TRUE(at(toolpath, "ActB").is_active());
+}
+
+TEST_F(Binding, DeepNestingAnswersAnErrorNotACrash) {
+    const std::string n(10000, '(');
+    const std::string close(10000, ')');
+    run(toolpath, {
+                      {"", (n + "1" + close).c_str(), Err{kapErrTooDeep}},
+                      {"", (std::string(10000, '-') + "1").c_str(), Err{kapErrTooDeep}},
+                      {"", (std::string(10000, '!') + "Tolerance").c_str(), Err{kapErrTooDeep}},
+                  });
+    std::string calls;
+    for (int i = 0; i < 10000; ++i)
+        calls += "max(1;";
+    calls += "1" + std::string(10000, ')');
+    run(toolpath, {{"", calls.c_str(), Err{kapErrTooDeep}}});
+    // A long sum of names is a deep tree as well; of constants, it folds.
+    std::string names = "Tolerance", ones = "1";
+    for (int i = 0; i < 9999; ++i) {
+        names += "+Tolerance";
+        ones += "+1";
+    }
+    run(toolpath, {{"", names.c_str(), Err{kapErrTooDeep}}, {"", ones.c_str(), 10000.0}});
+    // As a parameter's value: read as 0.
+    put(*toolpath, "Deep", formula((n + "1" + close).c_str()));
+    EXPECT_EQ(at(toolpath, "Deep").get_double(), 0.0);
+}
+
+TEST_F(Binding, LongChainsOfParametersAreBounded) {
+    kapParameter& r = *toolpath;
+    constexpr int kLength = 1000;
+    for (int i = 0; i < kLength; ++i) {
+        const std::string value =
+            i + 1 < kLength ? "Chain" + std::to_string(i + 1) + " + 1" : std::string("1");
+        put(r, ("Chain" + std::to_string(i)).c_str(), formula(value.c_str()));
+    }
+    EXPECT_DOUBLE_EQ(at(toolpath, "Chain900").get_double(), 100.0);
+    run(toolpath, {{"", "Chain0 + 0", Err{kapErrTooDeep}}, {"", "Chain950 + 0", 50.0}});
+}
+
+// ---------------------------------------------------------------------------------------------
+// Activity
+
+struct Step {
+    std::vector<std::pair<const char*, const char*>> writes;  // path, value text
+    std::vector<std::pair<const char*, bool>> active;         // path, expected activity
+};
+
+void run_steps(const kapParameterPtr& root, std::initializer_list<Step> steps) {
+    int n = 0;
+    for (const Step& s : steps) {
+        ++n;
+        for (const auto& [path, value] : s.writes)
+            at(root, path).set_string(value);
+        for (const auto& [path, want] : s.active) {
+            EXPECT_EQ(at(root, path).is_active(), want) << "step " << n << ": " << path;
+        }
+    }
+}
+
+TEST_F(Binding, ActivityFollowsTheValuesItReads) {
+    run_steps(
+        simulation,
+        {
+            {{},
+             {{"Issues.Collisions.Clearance", false},
+              {"Issues.Collisions.CheckToolAndHolder", false},
+              {"Issues.Collisions.HolderClearance", false},
+              {"Singularity.Angle", true},
+              {"Singularity.Avoidance.Step", true}}},
+            {{{"Issues.Collisions.CheckCollisions", "1"}},
+             {{"Issues.Collisions.Clearance", true}, {"Issues.Collisions.HolderClearance", false}}},
+            {{{"Issues.Collisions.CheckToolAndHolder", "1"}},
+             {{"Issues.Collisions.HolderClearance", true}}},
+            {{{"CheckCollisions", "0"}}, {{"Issues.Collisions.HolderClearance", true}}},
+            {{{"Singularity.Avoidance.On", "1"}},
+             {{"Singularity.Angle", false}, {"Singularity.Avoidance.Step", false}}},
+        });
+    run_steps(tool,
+              {
+                  {{},
+                   {{"Diameter", true},
+                    {"TurningInsert.InsertShape", false},
+                    {"TurningInsert.TipAngle", false},
+                    {"TurningInsert.TipRadius", false}}},
+                  {{{"Type", "turn_profiling"}},
+                   {{"Diameter", false},
+                    {"TurningInsert.InsertShape", true},
+                    {"TurningInsert.TipAngle", false},
+                    {"TurningInsert.TipRadius", true}}},
+                  {{{"TurningInsert.InsertShape", "custom"}}, {{"TurningInsert.TipAngle", true}}},
+                  {{{"TurningInsert.InsertShape", "round"}},
+                   {{"TurningInsert.TipAngle", false}, {"TurningInsert.TipRadius", false}}},
+                  {{{"Type", "turn_grooving"}},
+                   {{"TurningInsert.InsertShape", false},
+                    {"TurningInsert.TipAngle", true},
+                    {"TurningInsert.TipRadius", true}}},
+              });
+}
+
+TEST_F(Binding, TheBuiltInActiveAsksTheParameter) {
+    run(simulation,
+        {
+            {"", "active(Issues.Collisions.Clearance)", false},
+            {"", "stdlib.active(Singularity.Avoidance.Step)", true},
+            {"", "active(Nothing)", false},
+            {"Issues.Collisions.Clearance", "!active(Clearance) AND active(CheckCollisions)", true},
+        });
+}
+
+TEST(BindingEntities, ALevelOfTypeSetHasNoClamp) {
+    kapLevelPar level("L");
+    kapLevelPar other("M");
+    EXPECT_TRUE(level["IsClamp"]->is_active());
+    level["Type"]->set_string("set");
+    EXPECT_FALSE(level["IsClamp"]->is_active());
+    EXPECT_TRUE(level["Type"]->is_active());
+    // Instances share declarations, not answers.
+    EXPECT_TRUE(other["IsClamp"]->is_active());
+    expect_answer(kapEvaluator(&level).evaluate("Type=='set' AND !IsClamp"), true, "level");
+}
+
+TEST(BindingEntities, AnInactiveMapHidesItsChildren) {
+    kapBoundaryPar b("B");
+    const kapParameterPtr xmin = b["Block.Limits.XMin"];
+    EXPECT_TRUE(b["Block"]->is_active());
+    EXPECT_TRUE(xmin->is_active());
+    b["Type"]->set_string("rest");
+    EXPECT_TRUE(b["Block"]->is_active());  // limited to the block
+    b["BlockLimiting"]->set_int(0);
+    EXPECT_FALSE(b["Block"]->is_active());
+    // Its own condition still holds; the map hides it.
+    expect_answer(kapEvaluator(xmin).evaluate(xmin->get_active()), true, "XMin's own condition");
+    EXPECT_FALSE(xmin->is_active());
+    EXPECT_FALSE(b["Block.Limits"]->is_active());
+    b["BlockLimiting"]->set_int(1);
+    EXPECT_TRUE(xmin->is_active());
+
+    // A copy answers for itself.
+    const kapParameterPtr copy(b.create_new());
+    auto* c = static_cast<kapBoundaryPar*>(copy.pointer());
+    (*c)["BlockLimiting"]->set_int(0);
+    EXPECT_FALSE((*c)["Block.Limits.XMin"]->is_active());
+    EXPECT_TRUE(xmin->is_active());
+    (*c)["Type"]->set_string("block");
+    EXPECT_TRUE((*c)["Block.Limits.XMin"]->is_active());
+    // Legacy keys name parameters too ("max_possible_error" is MaxDeviation's).
+    expect_answer(kapEvaluator(&b).evaluate("max_possible_error + 1"), 1.0, "legacy key");
+}
+
+TEST(BindingEntities, DependenciesListTheNamesEachConditionReads) {
+    kapParameterPtr sim = make_simulation();
+    utStringutStringSetcoTable table;
+    kapParameterRoot::build_par_dependency_table(static_cast<kapParameterRoot&>(*sim), table);
+    ASSERT_TRUE(table.contains("Issues.Collisions.HolderClearance"));
+    const auto& names = table.at("Issues.Collisions.HolderClearance");
+    EXPECT_EQ(names.size(), 2u);
+    EXPECT_TRUE(names.contains("CheckToolAndHolder"));
+    EXPECT_TRUE(table.at("Singularity.Angle").contains("Avoidance.On"));
+}
+
+// ---------------------------------------------------------------------------------------------
+// The activity conditions and expressions of the entity schemas
+
+TEST(BindingTexts, EveryDeclaredConditionCompiles) {
+    static const char* const kTexts[] = {
+        // toolpath root and schema
+        "( Connections.GougeCheck AND (((Strategy == 'curve_area_clear' OR Strategy == "
+        "'pocket_area_clear') AND AreaClearance.Type != 'adaptive') OR Strategy == "
+        "'raster_area_clear' OR Strategy == 'offset_area_clear' OR Strategy == 'feature_face') "
+        "AND ((active(AreaClearance.LeadIn.ApproachOutside) AND "
+        "AreaClearance.LeadIn.ApproachOutside) OR Connections.LeadIn[0].Type != 'none' OR "
+        "(Connections.SeparateFirstLeadIn AND Connections.FirstLeadIn.Type != 'none') ) )",
+        "(Strategy == 'point_projection' OR Strategy == 'line_projection' OR Strategy == "
+        "'plane_projection' OR Strategy == 'curve_projection' OR Strategy == 'surface_proj')",
+        "(Strategy == 'pattern' AND PatternBasePosition=='drive_curve') OR (Strategy == "
+        "'wireframe_profile' AND WireframeProfileBasePosition == 'drive_curve')",
+        "(Strategy == 'pattern' AND UseToolpathAsPattern AND "
+        "(PatternBasePosition=='automatic' OR PatternBasePosition=='drive_curve'))",
+        "!IsTurning()",
+        "select(UserDefined;UserDefinedHolderAngle;HolderAngleF())",
+        "(Drill.GougeCheck OR Strategy!='drill' OR Drill.Type=='helical' OR "
+        "Drill.Type=='profile' OR Drill.Type=='heli_2' OR Drill.Type=='thread_mill' OR "
+        "Drill.Type=='external_thread')",
+        "Strategy=='inclined_flats' OR ((Strategy!='raster_area_clear' AND "
+        "Strategy!='offset_area_clear' AND Strategy!='profile_area_clear' AND "
+        "Strategy!='adaptive_area_clear') OR AreaClearance.Slicer.Type=='model' OR "
+        "AreaClearance.Slicer.Type=='flat' OR AreaClearance.Slicer.Type=='feature' OR "
+        "AreaClearance.Slicer.Type=='pattern') AND !IsTurning() AND !IsAdditive()",
+        "Strategy!='blisk' AND Strategy!='blisk_hub' AND Strategy!='blisk_blade' AND "
+        "Strategy!='port_area_clear' AND Strategy!='port_plunge' AND Strategy!='port_spiral' AND "
+        "((Strategy!='raster_area_clear' AND Strategy!='offset_area_clear' AND "
+        "Strategy!='profile_area_clear' AND Strategy!='adaptive_area_clear') OR "
+        "AreaClearance.Slicer.Type=='model' OR AreaClearance.Slicer.Type=='flat' OR "
+        "AreaClearance.Slicer.Type=='feature' OR AreaClearance.Slicer.Type=='pattern') AND "
+        "!IsTurning() AND !IsAdditive()",
+        "Strategy=='raster' OR Strategy=='radial' OR Strategy=='spiral' OR Strategy=='offset_3d' "
+        "OR Strategy=='opti_constz' OR Strategy=='inter_constz' OR Strategy=='rotary' OR "
+        "(Strategy=='curve_projection' AND ProjectionStyle!='linear') OR "
+        "(Strategy=='plane_projection') OR (Strategy=='line_projection' AND "
+        "ProjectionStyle!='linear') OR Strategy=='surface_proj' OR Strategy=='raster_flat' OR "
+        "Strategy=='offset_flat' OR (Strategy=='surface_machine' AND "
+        "ProjectionSurfaceUnits=='distance') OR Strategy=='parametric_offset' OR "
+        "Strategy=='parametric_spiral'",
+        "stepover_from_cusp(StepoverCusp;Tool)",
+        "cusp_from_stepover(Stepover;Tool)",
+        "stdlib.active(ShallowStepover.Active) AND ShallowStepover.Active",
+        "stepover_from_cusp(ShallowCusp;Tool)",
+        "cusp_from_stepover(ShallowStepover.Value;Tool)",
+        "SplitToolpath AND !IsTurning() AND !IsInspection() AND (Strategy != 'drill')",
+        "active(AngularLimits2)",
+        "Strategy == 'rotary'",
+        // tool
+        "!IsTurningType()",
+        "Type=='barrel' OR Type=='dovetail' OR Type=='tipped_disc'",
+        "Type=='barrel'",
+        "Type=='thread_mill'",
+        "Type=='tip_radiused' OR Type=='taper_spherical' OR Type=='taper_tipped' OR "
+        "Type=='off_centre_tip_rad' OR Type=='tipped_disc' OR (Type=='barrel' AND FlatBottom) OR "
+        "Type=='dovetail' OR Type=='end_mill' OR Type=='ball_nosed'",
+        "Type=='off_centre_tip_rad' OR Type=='barrel'",
+        "Type=='drill'",
+        "Type=='taper_spherical' OR Type=='taper_tipped' OR Type=='dovetail'",
+        "Type=='taper_tipped'",
+        "Type=='routing'",
+        "IsTurningType()",
+        "Type=='turn_profiling'",
+        "(Type=='turn_profiling' AND InsertShape=='custom') OR Type=='turn_grooving'",
+        "(Type=='turn_profiling' AND InsertShape!='round') OR Type=='turn_grooving'",
+        "Type=='turn_grooving'",
+        "!IsHolderFromModel()",
+        "Type!='turn_grooving' AND !IsHolderFromModel()",
+        "(Shape=='rectangular') AND !IsHolderFromModel()",
+        // machine tool
+        "OptionFile.Type == 'cloud'",
+        "OptionFile.Type == 'local'",
+        "(false)",
+        "false",
+        "(HasModelFiles OR HasGeometry)",
+        "HasModelFiles",
+        "HasGeometry",
+        "(Axis.Type == 'simple_linear' OR Axis.Type == 'simple_rotary' )",
+        "(Axis.Type == 'simple_rotary')",
+        // setup and simulation state
+        "IsTurning()",
+        "IsMultiAxis()",
+        "ToolPosition.WorkplaneType=='named'",
+        "(CheckCollisions == 1)",
+        "(CheckCollisions == 1) AND (CheckToolAndHolder==1)",
+        "(Avoidance.On == 0)",
+        "(On == 0)",
+        "(Mode == 'fixed_vector') OR (Mode == 'toward_point')",
+        "(Mode == 'fixed_vector')",
+        "(Mode == 'toward_point')",
+        "(Mode == 'follow_toolpath')",
+        "(Mode == 'direction') OR (Mode == 'plane')",
+        // features
+        "(Defined)",
+        "(Is2DFeature())",
+        "(!IsTurningFeature() Or Type=='turning_parametric_groove')",
+        "(IsTurningFeature())",
+        "(Is2DFeatureWithDepth())",
+        "(TopEdgeType=='filleted')",
+        "(TopEdgeType=='chamfered')",
+        "(BottomEdgeType=='filleted')",
+        "(Type=='side' OR Type=='freeform_pocket' OR Type=='rectangular_pocket' OR "
+        "Type=='freeform_boss')",
+        "(Type=='side' OR Type=='freeform_pocket' OR Type=='freeform_boss' OR "
+        "Type=='rectangular_boss')",
+        "(Type=='rectangular_pocket' OR Type=='rectangular_boss')",
+        "(Type=='circular_pocket' OR Type=='circular_boss' OR IsTurningFeature())",
+        "(Type=='turning_face')",
+        "IsPocket()",
+        "(Type=='slot')",
+        "(IsCavity())",
+        "(Type=='turning_parametric_groove')",
+        "TopLeftEdgeType=='chamfered'",
+        // the forms of the schema declarations
+        "Type=='rest' OR Type=='stockmodel_rest' OR Type=='penciled_in_rest'",
+        "CollisionCheck OR Type=='collision'",
+        "${select(UserDefined;UserToolOrientation;ToolOrientationF())}",
+        "active(UsePlanarSkim)",
+        "stdlib.active(SeparateFirstLeadIn)",
+        "max(0.3;2*Rootpar.Tolerance)",
+        "A and B or C && D || E",
+    };
+    for (const char* t : kTexts) {
+        const auto c = kapExpr::compile(t);
+        ASSERT_TRUE(c->ok()) << t << ": " << c->error().message << " at " << c->error().offset;
+        // Connectives and constants are words of the language, never names.
+        for (const auto& list : {c->names(), c->calls()}) {
+            for (const kapExprPath& p : list) {
+                for (const char* word : {"and", "or", "true", "false"}) {
+                    EXPECT_FALSE(p.components.size() == 1 &&
+                                 kapdowncase(p.components[0].text) == word)
+                        << t << " reads '" << p.text << "' as a name";
+                }
+            }
+        }
+    }
+}
+
+}  // namespace
