@@ -33,7 +33,8 @@ kapStockModelPar::kapStockModelPar(const kapStockModelPar& o)
       get_stockmodel_(o.get_stockmodel_),
       get_block_data_(o.get_block_data_),
       get_unmachined_stock_(o.get_unmachined_stock_),
-      context_(o.context_) {}
+      context_(o.context_),
+      states_(o.states_) {}
 
 void kapStockModelPar::set_stockmodel_callback(get_stockmodel_fn stockmodel_fn,
                                                get_block_data_fn block_data_fn,

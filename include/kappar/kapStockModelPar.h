@@ -50,7 +50,7 @@ class KAPPAR_API kapStockModelPar : public kapEntityRoot<kapStockModelPar> {
         states_ = kapParameterPtr();
         reset();
     }
-    // Copies the tree and the registered service; the copy has answered no "states" yet.
+    // Copies the tree, the registered service and the last "states" answer.
     kapStockModelPar(const kapStockModelPar& o);
 
     void set_stockmodel_callback(get_stockmodel_fn stockmodel_fn, get_block_data_fn block_data_fn,
@@ -69,6 +69,8 @@ class KAPPAR_API kapStockModelPar : public kapEntityRoot<kapStockModelPar> {
     // suspended; the error parameter of code 0 when no provider is registered. Other names go to
     // the root.
     kapParameterPtr lookup_method(const kapParameterKey& key) const override;
+    // The last "states" answer; empty until "states" is first asked for.
+    const kapParameterPtr& last_states() const noexcept { return states_; }
 
 private:
     get_stockmodel_fn get_stockmodel_ = nullptr;

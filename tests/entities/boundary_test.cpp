@@ -322,34 +322,85 @@ TEST(Boundary, TopLevelOrderFollowsTheOutline) {
 // -----------------------------------------------------------------------------------------------
 // Synonyms, and the paths that the loader, the updater, reset and the lock rule name
 
+// The path of a node as declared, from the root down ("ThicknessSetValues[16].Mode"): lookups
+// fold letter case, so a target spelt with another case would still be found; this is not.
+std::string declared_path(const kapParameter* p) {
+    std::vector<std::string> steps;  // leaf first
+    for (; p != nullptr && p->parent() != nullptr; p = p->parent()) {
+        std::string step = p->get_name();
+        if (kapParameterList::ut_dynamic_cast(p->parent()) != nullptr) {
+            const auto* list = kapParameterMap::ut_dynamic_cast(p->parent());
+            for (std::size_t i = 0; i < list->size(); ++i) {
+                if (list->child(i).pointer() == p) step = "[" + std::to_string(i) + "]";
+            }
+        }
+        steps.push_back(step);
+    }
+    std::string path;
+    for (auto it = steps.rbegin(); it != steps.rend(); ++it) {
+        if (!path.empty() && it->front() != '[') path += '.';
+        path += *it;
+    }
+    return path;
+}
+
 TEST(Boundary, SynonymTableAndNamedPathsResolve) {
     kapBoundaryPar b("B");
     const auto rows = kapBoundaryPar::key_synonyms();
     ASSERT_EQ(rows.size(), 28u);
     std::set<std::string_view> legacy;
     for (const auto& row : rows) {
-        EXPECT_TRUE(legacy.insert(row.legacy).second) << row.legacy;
+        SCOPED_TRACE(std::string(row.legacy));
+        EXPECT_TRUE(legacy.insert(row.legacy).second);
         EXPECT_EQ(b.lookup_key_synonym(utString(row.legacy)), row.current);
-        EXPECT_NE(b.find_node(row.current), nullptr) << row.current;
+        EXPECT_EQ(declared_path(b.find_node(row.current)), row.current);
         // Exact and case-sensitive: another spelling is passed on unchanged.
         utString upper(row.legacy);
         upper[0] = static_cast<char>(upper[0] - 'a' + 'A');
         EXPECT_EQ(b.lookup_key_synonym(upper), upper);
     }
-    EXPECT_EQ(b.lookup_key_synonym("stockmodel.id"), "StockModelState.StockModel");
     EXPECT_EQ(b.lookup_key_synonym("holder_check"), "CollisionCheck");
     EXPECT_EQ(b.lookup_key_synonym("use_min_angle"), "use_min_angle");
 
-    for (const char* path :
-         {"Type", "Limit.Boundary", "ContactPointBoundary", "Block.Diameter", "Exclusive",
-          "Tolerance", "Thickness", "Tool", "ThicknessSetValues[15].Mode",
-          "ThicknessSetValues[16].Mode", "ThicknessSetValues[17].Mode",
-          "ThicknessSetValues[16].Thickness"}) {
-        EXPECT_NE(b.find_node(path), nullptr) << path;
+    // What the loader, the updater, reset and the lock rule name, and the kind each must be.
+    struct Named {
+        const char* key;  // as the code names it (the loader's through the synonyms)
+        kapParameterType type;
+    };
+    // clang-format off
+    const Named named[] = {
+        {"stockmodel.id",                    kapParameterType::ref},          // loader
+        {"Type",                             kapParameterType::enumeration},  // update 1 to 2
+        {"Limit.Boundary",                   kapParameterType::ref},
+        {"ContactPointBoundary",             kapParameterType::ref},
+        {"Block.Diameter",                   kapParameterType::numeric},      // update 2 to 3
+        {"ThicknessSetValues[15].Mode",      kapParameterType::enumeration},  // reset
+        {"ThicknessSetValues[16].Mode",      kapParameterType::enumeration},
+        {"ThicknessSetValues[17].Mode",      kapParameterType::enumeration},
+        {"ThicknessSetValues[16].Thickness", kapParameterType::numeric},
+        {"Exclusive",                        kapParameterType::ref},          // lock rule
+        {"Tolerance",                        kapParameterType::numeric},
+        {"Thickness",                        kapParameterType::numeric},
+        {"Tool",                             kapParameterType::ref},
+    };
+    // clang-format on
+    for (const Named& n : named) {
+        SCOPED_TRACE(n.key);
+        const std::string path = b.lookup_key_synonym(n.key);
+        const kapParameter* p = b.find_node(path);
+        ASSERT_NE(p, nullptr);
+        EXPECT_EQ(declared_path(p), path);
+        EXPECT_EQ(p->type(), n.type);
+        // Values written by reset are states of their enumeration, not kept foreign texts.
+        if (n.type == kapParameterType::enumeration) {
+            EXPECT_TRUE(p->is_valid()) << p->get_value_text();
+        }
     }
-    EXPECT_NE(kapParameterRef::ut_dynamic_cast(b.find_node("Limit.Boundary")), nullptr);
-    EXPECT_NE(kapParameterRef::ut_dynamic_cast(b.find_node("ContactPointBoundary")), nullptr);
-    EXPECT_NE(kapParameterRef::ut_dynamic_cast(b.find_node("Exclusive")), nullptr);
+    EXPECT_EQ(b["Block.Diameter"]->subtype(), kapSubTypeReal);
+    EXPECT_EQ(b["ThicknessSetValues[16].Thickness"]->subtype(), kapSubTypeReal);
+    // The state the updater compares with is one the enumeration declares.
+    EXPECT_GE(kapParameterEnum::ut_dynamic_cast(b.find_node("Type"))->find_state("contact_conv"),
+              0);
     // The old radius must not resolve, so that it lands in the unrecognised table.
     for (const char* key : {"block.radius", "Block.Radius"}) {
         EXPECT_EQ(b.find_node(b.lookup_key_synonym(key)), nullptr) << key;

@@ -141,6 +141,14 @@ TEST(StockModelStates, CallbackReceivesTheStockModelsOwnId) {
     EXPECT_FALSE(kapParameterNoLock::active());
     other.lookup_method(kapParameterKey("states"));
     EXPECT_EQ(asked, other.get_ref_to_id());
+
+    // The answer is an own member: a copy starts with it, a new entity without.
+    EXPECT_EQ(s.last_states(), answer);
+    std::unique_ptr<kapParameter> c(s.create_new());
+    const auto* copy = kapStockModelPar::ut_dynamic_cast(c.get());
+    ASSERT_NE(copy, nullptr);
+    EXPECT_EQ(copy->last_states(), answer);
+    EXPECT_TRUE(kapStockModelPar("U").last_states().empty());
 }
 
 TEST(StockModelStates, ReplacingTheCallbackDestroysThePreviousOne) {
