@@ -2,10 +2,12 @@
 
 #include <algorithm>
 #include <atomic>
+#include <bit>
 #include <cctype>
 #include <charconv>
 #include <cmath>
 #include <cstdlib>
+#include <cstring>
 #include <map>
 #include <mutex>
 #include <new>
@@ -89,17 +91,214 @@ kapParameterImpl* blank_impl(int kind, kapParameterSubType subtype, kapDimStanda
     return slot;
 }
 
-// Set by kapParameter::operator new, read and cleared by the constructor that follows. The
-// library is loaded with the host, so the static TLS model applies (and keeps this cheap).
-__attribute__((tls_model("initial-exec"))) thread_local bool t_heap_allocation = false;
+// -- Names compared and hashed with ASCII letters folded to lower case, eight bytes at a time --
 
-std::uint32_t fold_hash(std::string_view s) noexcept {
-    std::uint32_t h = 2166136261u;
-    for (char c : s) {
-        h ^= static_cast<unsigned char>(ut_lower(c));
-        h *= 16777619u;
+static_assert(std::endian::native == std::endian::little, "names are read as little-endian words");
+
+std::uint64_t load8(const char* p) noexcept {
+    std::uint64_t w;
+    std::memcpy(&w, p, 8);
+    return w;
+}
+
+// The last n (1..7) bytes of [begin, end) as the low bytes of a word.
+std::uint64_t load_tail(const char* begin, const char* end, std::size_t n) noexcept {
+    if (end - begin >= 8) return load8(end - 8) >> (8 * (8 - n));
+    const char* p = end - n;
+    std::uint64_t w = 0;
+    for (std::size_t j = 0; j < n; ++j)
+        w |= std::uint64_t{static_cast<unsigned char>(p[j])} << (8 * j);
+    return w;
+}
+
+// ASCII upper-case letters of each byte of w made lower case; other bytes unchanged.
+std::uint64_t fold8(std::uint64_t w) noexcept {
+    constexpr std::uint64_t k01 = 0x0101010101010101ull;
+    constexpr std::uint64_t k80 = 0x8080808080808080ull;
+    const std::uint64_t low7 = w & ~k80;
+    const std::uint64_t ge_a = low7 + (0x80 - 'A') * k01;      // top bit: byte >= 'A'
+    const std::uint64_t gt_z = low7 + (0x80 - 'Z' - 1) * k01;  // top bit: byte > 'Z'
+    const std::uint64_t upper = ge_a & ~gt_z & ~w & k80;
+    return w | (upper >> 2);
+}
+
+// A name as lookups compare it: its words of 8 bytes with ASCII letters folded (the last word
+// holding the remaining bytes, zero above them), and a hash of those words and the length.
+constexpr std::size_t kNameWords = 8;  // longer names are compared as texts
+struct FoldedName {
+    std::string_view text;
+    std::uint32_t hash = 0;
+    std::uint32_t words = 0;  // 0 when the name is longer than kNameWords words
+    std::uint64_t word[kNameWords];
+};
+
+struct NameHasher {
+    std::uint64_t h = 0x243f6a8885a308d3ull;
+    std::size_t n = 0;
+    FoldedName& out;
+    void add(std::uint64_t w) noexcept {
+        w = fold8(w);
+        if (n < kNameWords) out.word[n] = w;
+        ++n;
+        h = (h ^ w) * 0xff51afd7ed558ccdull;
+        h ^= h >> 29;
     }
-    return h;
+    void finish(const char* begin, std::size_t length) noexcept {
+        out.text = std::string_view(begin, length);
+        out.words = n <= kNameWords ? static_cast<std::uint32_t>(n) : 0;
+        out.hash = static_cast<std::uint32_t>(((h ^ length) * 0x9e3779b97f4a7c15ull) >> 32);
+    }
+};
+
+inline std::uint64_t low_bytes(std::uint64_t w, std::size_t k) noexcept {  // k in 1..7
+    return w & ((std::uint64_t{1} << (8 * k)) - 1);
+}
+
+void fold_name(std::string_view s, FoldedName& out) noexcept {
+    NameHasher hasher{.out = out};
+    const char* p = s.data();
+    const char* end = p + s.size();
+    for (; end - p >= 8; p += 8)
+        hasher.add(load8(p));
+    if (p != end) hasher.add(load_tail(s.data(), end, static_cast<std::size_t>(end - p)));
+    hasher.finish(s.data(), s.size());
+}
+
+// Bytes equal to '.' or '[' in w: the top bit of each such byte set (exact up to the first one).
+inline std::uint64_t separators(std::uint64_t w) noexcept {
+    constexpr std::uint64_t k01 = 0x0101010101010101ull;
+    constexpr std::uint64_t k80 = 0x8080808080808080ull;
+    const std::uint64_t dot = w ^ (k01 * '.');
+    const std::uint64_t bracket = w ^ (k01 * '[');
+    return (((dot - k01) & ~dot) | ((bracket - k01) & ~bracket)) & k80;
+}
+
+// The first component of the path [path_begin, end) from p on (up to '.', '[' or the end), folded
+// as fold_name does, in one pass.
+inline void scan_component(const char* p, const char* end, const char* path_begin,
+                           FoldedName& out) noexcept {
+    const char* const start = p;
+    NameHasher hasher{.out = out};
+    while (end - p >= 8) {
+        const std::uint64_t w = load8(p);
+        if (const std::uint64_t sep = separators(w)) {
+            const std::size_t k = static_cast<std::size_t>(__builtin_ctzll(sep)) / 8;
+            if (k != 0) hasher.add(low_bytes(w, k));
+            hasher.finish(start, static_cast<std::size_t>(p + k - start));
+            return;
+        }
+        hasher.add(w);
+        p += 8;
+    }
+    const auto left = static_cast<std::size_t>(end - p);  // 0..7
+    std::size_t k = 0;
+    if (left != 0) {
+        // The last bytes of the path, in the low bytes of a word.
+        const std::uint64_t w = load_tail(path_begin, end, left);
+        const std::uint64_t sep = separators(w) & low_bytes(~std::uint64_t{0}, left);
+        k = sep != 0 ? static_cast<std::size_t>(__builtin_ctzll(sep)) / 8 : left;
+        if (k != 0) hasher.add(low_bytes(w, k));
+    }
+    hasher.finish(start, static_cast<std::size_t>(p + k - start));
+}
+
+inline bool fold_equal(std::string_view a, std::string_view b) noexcept {
+    const std::size_t n = a.size();
+    if (n != b.size()) return false;
+    std::size_t i = 0;
+    for (; n - i >= 8; i += 8) {
+        if (fold8(load8(a.data() + i)) != fold8(load8(b.data() + i))) return false;
+    }
+    if (i == n) return true;
+    return fold8(load_tail(a.data(), a.data() + n, n - i)) ==
+           fold8(load_tail(b.data(), b.data() + n, n - i));
+}
+
+// -- Blocks of deep copies --
+//
+// A block starts with its head; nodes (and the child arrays of the maps among them) follow at
+// multiples of 8 bytes. The head counts the live nodes of the block, plus one while the copy that
+// fills it is running. A node finds its block from the distance kept in its flags.
+
+struct BlockHead {
+    std::uint32_t live;
+    std::uint32_t unused;
+};
+constexpr std::size_t kUnit = 8;
+constexpr std::size_t kMaxBlockBytes = 65535 * kUnit;  // distances fit 16 bits
+
+// The block a running deep copy fills.
+struct Arena {
+    char* block = nullptr;
+    char* next = nullptr;
+    char* end = nullptr;
+    std::size_t planned = 0;  // bytes the copy is still expected to take
+};
+
+void block_release(char* block) noexcept {
+    auto* head = reinterpret_cast<BlockHead*>(block);
+    if (--head->live == 0) ::operator delete(block);
+}
+
+void arena_open(Arena& a, std::size_t need) {
+    // Past the plan (nodes the copy did not foresee), blocks of at least 1 KiB.
+    const std::size_t want = std::max({a.planned, need, std::size_t{1024}});
+    const std::size_t bytes = std::min(want + sizeof(BlockHead), kMaxBlockBytes);
+    char* b = static_cast<char*>(::operator new(bytes));
+    new (b) BlockHead{1, 0};
+    if (a.block != nullptr) block_release(a.block);
+    a.block = b;
+    a.next = b + sizeof(BlockHead);
+    a.end = b + bytes;
+}
+
+// Room for `size` bytes (a multiple of 8) in the open block, opening another when this one is
+// full; null when no block can hold them.
+char* arena_take(Arena& a, std::size_t size) {
+    if (static_cast<std::size_t>(a.end - a.next) < size) {
+        if (size + sizeof(BlockHead) > kMaxBlockBytes) return nullptr;
+        arena_open(a, size);
+    }
+    char* p = a.next;
+    a.next += size;
+    a.planned = a.planned > size ? a.planned - size : 0;
+    return p;
+}
+
+// What kapParameter::operator new tells the constructor that follows: the flags of the node made
+// at an address, taken by the constructor of the node at that address only (so a node
+// constructed meanwhile on the stack takes nothing). Also the block of the running deep copy.
+struct Pending {
+    const void* addr = nullptr;
+    std::uint32_t bits = 0;
+};
+constexpr int kMaxPending = 8;
+struct NewState {
+    Arena* arena = nullptr;
+    int count = 0;
+    Pending pending[kMaxPending] = {};
+};
+// The library is loaded with the host, so the static TLS model applies (and keeps this cheap).
+__attribute__((tls_model("initial-exec"))) constinit thread_local NewState t_new;
+
+std::uint32_t claim_new_slow(NewState& s, const void* self) noexcept {
+    for (int i = s.count - 1; i-- > 0;) {
+        if (s.pending[i].addr == self) {
+            const std::uint32_t bits = s.pending[i].bits;
+            for (int j = i + 1; j < s.count; ++j)
+                s.pending[j - 1] = s.pending[j];
+            --s.count;
+            return bits;
+        }
+    }
+    return 0;
+}
+
+inline std::uint32_t claim_new(const void* self) noexcept {
+    NewState& s = t_new;
+    if (s.count == 0) return 0;
+    if (s.pending[s.count - 1].addr == self) return s.pending[--s.count].bits;
+    return claim_new_slow(s, self);
 }
 
 }  // namespace
@@ -107,26 +306,6 @@ std::uint32_t fold_hash(std::string_view s) noexcept {
 // ---------------------------------------------------------------------------------------------
 // Handles
 
-kapParameterPtr::kapParameterPtr(kapParameter* p) noexcept : p_(p) {
-    if (p_) p_->add_ref();
-}
-kapParameterPtr::~kapParameterPtr() {
-    if (p_) p_->release_ref();
-}
-kapParameterPtr& kapParameterPtr::operator=(const kapParameterPtr& o) noexcept {
-    if (o.p_) o.p_->add_ref();
-    if (p_) p_->release_ref();
-    p_ = o.p_;
-    return *this;
-}
-kapParameterPtr& kapParameterPtr::operator=(kapParameterPtr&& o) noexcept {
-    if (this != &o) {
-        if (p_) p_->release_ref();
-        p_ = o.p_;
-        o.p_ = nullptr;
-    }
-    return *this;
-}
 kapParameterPtr kapParameterPtr::operator[](const kapParameterKey& key) const {
     if (!p_) return kapParameterError::create(kapErrNoItem, "no such item: " + key.str());
     return (*p_)[key];
@@ -136,25 +315,49 @@ kapParameterPtr kapParameterPtr::operator[](const kapParameterKey& key) const {
 // kapParameter
 
 void* kapParameter::operator new(std::size_t size) {
-    void* p = ::operator new(size);
-    t_heap_allocation = true;
+    static_assert(kMaxBlockBytes / kUnit < (std::size_t{1} << (32 - kBlockShift)));
+    size = (size + kUnit - 1) & ~(kUnit - 1);
+    std::uint32_t bits = kHeapFlag;
+    if (size / kUnit < 256) bits |= static_cast<std::uint32_t>(size / kUnit) << kSizeShift;
+    NewState& s = t_new;
+    // Past kMaxPending constructions pending at once (never in practice), a node is made on the
+    // heap and owned by nobody.
+    if (s.count == kMaxPending) return ::operator new(size);
+    void* p = nullptr;
+    if (Arena* a = s.arena) {
+        if (char* q = arena_take(*a, size)) {
+            ++reinterpret_cast<BlockHead*>(a->block)->live;
+            bits |= static_cast<std::uint32_t>((q - a->block) / kUnit) << kBlockShift;
+            p = q;
+        }
+    }
+    if (p == nullptr) p = ::operator new(size);
+    s.pending[s.count++] = Pending{p, bits};
     return p;
 }
-void kapParameter::operator delete(void* p) noexcept { ::operator delete(p); }
 
-kapParameter::kapParameter() : flags_(kPinnedFlag), impl_(blank_impl(0, 0, kapDimNone)) {
-    if (t_heap_allocation) {
-        flags_ |= kHeapFlag;
-        t_heap_allocation = false;
+void kapParameter::operator delete(kapParameter* p, std::destroying_delete_t) noexcept {
+    p->destroy_owned();
+}
+
+// Only reached when a constructor fails: the memory came from operator new just before.
+void kapParameter::operator delete(void* p) noexcept {
+    claim_new(p);
+    Arena* a = t_new.arena;
+    const auto at = reinterpret_cast<std::uintptr_t>(p);
+    if (a != nullptr && at >= reinterpret_cast<std::uintptr_t>(a->block) &&
+        at < reinterpret_cast<std::uintptr_t>(a->end)) {
+        block_release(a->block);
+    } else {
+        ::operator delete(p);
     }
 }
 
+kapParameter::kapParameter()
+    : flags_(kPinnedFlag | claim_new(this)), impl_(blank_impl(0, 0, kapDimNone)) {}
+
 kapParameter::kapParameter(const kapParameter& other)
-    : flags_(other.flags_ & (kPinnedFlag | kKindFlags)), impl_(other.impl_) {
-    if (t_heap_allocation) {
-        flags_ |= kHeapFlag;
-        t_heap_allocation = false;
-    }
+    : flags_((other.flags_ & (kPinnedFlag | kKindFlags)) | claim_new(this)), impl_(other.impl_) {
     if (!(flags_ & kPinnedFlag)) ++impl_->refs;
     slot_ = other.slot_;
     if (other.flags_ & kTextFlag) {
@@ -164,8 +367,10 @@ kapParameter::kapParameter(const kapParameter& other)
 }
 
 kapParameter::~kapParameter() {
-    release_impl();
-    clear_extra();
+    if (!(flags_ & kPinnedFlag) && --impl_->refs == 0) delete impl_;
+    if ((flags_ & kTextFlag) && slot_.text->refs.fetch_sub(1, std::memory_order_acq_rel) == 1) {
+        delete slot_.text;
+    }
 }
 
 void kapParameter::attach_impl(kapParameterImpl* p) noexcept {
@@ -183,8 +388,15 @@ void kapParameter::release_impl() noexcept {
     impl_ = nullptr;
 }
 
-void kapParameter::release_ref() const noexcept {
-    if (--refs_ == 0 && (flags_ & kHeapFlag)) delete this;
+void kapParameter::destroy_owned() const noexcept {
+    auto* self = const_cast<kapParameter*>(this);
+    const std::uint32_t units = flags_ >> kBlockShift;
+    self->~kapParameter();
+    if (units != 0) {
+        block_release(reinterpret_cast<char*>(self) - units * kUnit);
+    } else {
+        ::operator delete(self);
+    }
 }
 
 kapParameterImpl& kapParameter::mut_impl() {
@@ -211,13 +423,25 @@ void kapParameter::set_impl(const kapParameterImplPtr& impl) {
     }
     release_impl();
     attach_impl(p);
+    // This node's index (maps) and its parent's no longer need to list the right names.
+    flags_ &= ~kExactIndexFlag;
+    if (parent_ != nullptr) parent_->flags_ &= ~kExactIndexFlag;
+    // A map under another declaration no longer has the shape its declaration records.
+    for (kapParameter* m = this; m != nullptr && (m->flags_ & kPristineFlag); m = m->parent_) {
+        m->flags_ &= ~kPristineFlag;
+    }
 }
 
 void kapParameter::set_name(const utString& name) {
-    if (impl_->name != name) mut_impl().name = name;
+    if (impl_->name == name) return;
+    mut_impl().name = name;
+    // The parent's index no longer lists this child under its name.
+    if (parent_ != nullptr) parent_->flags_ &= ~kExactIndexFlag;
 }
 void kapParameter::set_legacy_key(const utString& key) {
-    if (impl_->legacy != key) mut_impl().legacy = key;
+    if (impl_->legacy == key) return;
+    mut_impl().legacy = key;
+    if (parent_ != nullptr) parent_->flags_ &= ~kExactIndexFlag;
 }
 void kapParameter::set_desc(const utString& desc) { mut_impl().desc = desc; }
 void kapParameter::set_label(const utString& label) { mut_impl().label = label; }
@@ -1001,58 +1225,202 @@ utString kapParameterError::get_string() const {
 // ---------------------------------------------------------------------------------------------
 // Map
 
+// Reads the layout of trees for the deep copy.
+struct kapParameterBlocks {
+    // Bytes a deep copy of the children of `m` takes: the nodes, and the child arrays of the
+    // maps among them. A node made other than with new counts as 64 bytes.
+    static std::size_t subtree_bytes(const kapParameterMap& m) noexcept {
+        std::size_t bytes = 0;
+        for (const kapParameterPtr& c : m.children()) {
+            const std::size_t units = (c->flags_ >> kapParameter::kSizeShift) & 0xff;
+            bytes += units != 0 ? units * kUnit : 64;
+            if (c->flags_ & kapParameter::kMapFlag) {
+                const auto& sub = static_cast<const kapParameterMap&>(*c);
+                bytes += sub.children().size() * sizeof(kapParameterPtr) + subtree_bytes(sub);
+            }
+        }
+        return bytes;
+    }
+
+    // The child of `m` named `q` (or with that legacy key).
+    static kapParameter* child_named(const kapParameterMap& m, const FoldedName& q) noexcept {
+        const kapParameterPtr* kids = m.slot_.kids;
+        const auto n = static_cast<std::uint32_t>(m.children().size());
+        const kapParameterImpl& impl = *m.impl_;
+        if (!impl.index.empty()) {
+            const std::uint64_t* table = impl.index.data();
+            const std::uint64_t* names = impl.index_names.data();
+            const auto mask = static_cast<std::uint32_t>(impl.index.size() - 1);
+            const bool exact = (m.flags_ & kapParameter::kExactIndexFlag) != 0;
+            for (std::uint32_t slot = q.hash & mask;; slot = (slot + 1) & mask) {
+                const std::uint64_t entry = table[slot];
+                if (entry == 0) break;
+                if (static_cast<std::uint32_t>(entry >> 32) != q.hash) continue;
+                const std::uint64_t* record = names + (static_cast<std::uint32_t>(entry) - 1);
+                const auto pos = static_cast<std::uint32_t>(record[0]);
+                if (pos >= n) continue;
+                if (exact) {
+                    // The children are those the index was built from: its own copy of the
+                    // names answers, without reading the children's declarations.
+                    if (record_names(record, q)) return kids[pos].pointer();
+                } else {
+                    const kapParameterImpl& ci = *kids[pos]->impl_;
+                    if (fold_equal(ci.name, q.text) || fold_equal(ci.legacy, q.text)) {
+                        return kids[pos].pointer();
+                    }
+                }
+            }
+            // The index lists every child of this map: the name is not here.
+            if (exact) return nullptr;
+        }
+        for (std::uint32_t i = 0; i < n; ++i) {
+            if (fold_equal(kids[i]->impl_->name, q.text)) return kids[i].pointer();
+        }
+        for (std::uint32_t i = 0; i < n; ++i) {
+            const utString& legacy = kids[i]->impl_->legacy;
+            if (!legacy.empty() && fold_equal(legacy, q.text)) return kids[i].pointer();
+        }
+        return nullptr;
+    }
+
+    // True when the index record names `q`.
+    static bool record_names(const std::uint64_t* record, const FoldedName& q) noexcept {
+        if ((record[0] >> 32) != q.text.size()) return false;
+        if (q.words == 0) {
+            return fold_equal(
+                q.text, std::string_view(reinterpret_cast<const char*>(record + 1), q.text.size()));
+        }
+        for (std::uint32_t i = 0; i < q.words; ++i) {
+            if (record[1 + i] != q.word[i]) return false;
+        }
+        return true;
+    }
+};
+
 kapParameterMap::kapParameterMap() {
     impl_ = blank_impl(8, 0, kapDimNone);
     flags_ |= kMapFlag;
 }
 
 kapParameterMap::kapParameterMap(const kapParameterMap& o) : kapParameter(o) {
+    slot_.kids = nullptr;  // the base copied the source's array pointer
     copy_children_from(o);
 }
 
+kapParameterMap::~kapParameterMap() {
+    kapParameterPtr* kids = slot_.kids;
+    const std::uint32_t n = size_;
+    size_ = 0;
+    for (std::uint32_t i = 0; i < n; ++i) {
+        kapParameter* c = kids[i].pointer();
+        c->parent_ = nullptr;
+        c->release_ref();
+    }
+    if (!(flags_ & kKidsInBlockFlag)) ::operator delete(kids);
+    slot_.kids = nullptr;
+    cap_ = 0;
+}
+
+void kapParameterMap::reserve_kids(std::size_t n) {
+    if (n <= cap_) return;
+    const std::size_t bytes = n * sizeof(kapParameterPtr);
+    void* fresh = nullptr;
+    bool in_block = false;
+    // During a deep copy, a map of the block being filled keeps its array in the same block.
+    Arena* a = t_new.arena;
+    if (a != nullptr && (flags_ >> kBlockShift) != 0 &&
+        reinterpret_cast<char*>(this) - (flags_ >> kBlockShift) * kUnit == a->block &&
+        static_cast<std::size_t>(a->end - a->next) >= bytes) {
+        fresh = arena_take(*a, bytes);
+        in_block = true;
+    } else {
+        fresh = ::operator new(bytes);
+    }
+    if (size_ != 0)
+        std::memcpy(fresh, static_cast<const void*>(slot_.kids), size_ * sizeof(kapParameterPtr));
+    if (!(flags_ & kKidsInBlockFlag)) ::operator delete(slot_.kids);
+    slot_.kids = static_cast<kapParameterPtr*>(fresh);
+    cap_ = static_cast<std::uint32_t>(n);
+    if (in_block) {
+        flags_ |= kKidsInBlockFlag;
+    } else {
+        flags_ &= ~kKidsInBlockFlag;
+    }
+}
+
+void kapParameterMap::push_kid(kapParameterPtr&& child) {
+    if (size_ == cap_) reserve_kids(cap_ < 4 ? 4 : std::size_t{cap_} * 2);
+    new (slot_.kids + size_) kapParameterPtr(std::move(child));
+    ++size_;
+}
+
+void kapParameterMap::erase_kid(std::size_t i) noexcept {
+    kapParameterPtr gone(std::move(slot_.kids[i]));
+    slot_.kids[i].~kapParameterPtr();
+    std::memmove(static_cast<void*>(slot_.kids + i), static_cast<const void*>(slot_.kids + i + 1),
+                 (size_ - i - 1) * sizeof(kapParameterPtr));
+    --size_;
+    gone->parent_ = nullptr;
+}
+
+void kapParameterMap::clear_kids() noexcept {
+    const std::uint32_t n = size_;
+    size_ = 0;
+    for (std::uint32_t i = 0; i < n; ++i)
+        slot_.kids[i]->parent_ = nullptr;
+    for (std::uint32_t i = 0; i < n; ++i)
+        slot_.kids[i].~kapParameterPtr();
+}
+
+void kapParameterMap::touch_structure() noexcept {
+    for (kapParameterMap* m = this; m != nullptr && (m->flags_ & kPristineFlag); m = m->parent_) {
+        m->flags_ &= ~kPristineFlag;
+    }
+}
+
 void kapParameterMap::copy_children_from(const kapParameterMap& o) {
-    if (children_.empty() && impl_->pinned && impl_->name.empty() && !o.impl_->index.empty()) {
+    const bool was_empty = size_ == 0;
+    if (!was_empty) touch_structure();
+    if (was_empty && impl_->pinned && impl_->name.empty() && !o.impl_->index.empty()) {
         // An empty map built from a prototype shares the prototype's declaration and so its
         // child index.
         release_impl();
         attach_impl(o.impl_);
     }
-    children_.reserve(children_.size() + o.children_.size());
-    for (const auto& c : o.children_) {
-        kapParameter* copy = c->create_new();
-        copy->parent_ = this;
-        children_.emplace_back(copy);
+    const std::uint32_t n = o.size_;
+    if (n != 0) {
+        // The outermost copy opens a block sized for the whole subtree; the copies of maps
+        // below fill the same block.
+        Arena arena;
+        const bool outermost = t_new.arena == nullptr;
+        if (outermost) {
+            const bool known = (o.flags_ & kPristineFlag) && o.impl_->copy_bytes != 0;
+            arena.planned = known ? o.impl_->copy_bytes : kapParameterBlocks::subtree_bytes(o);
+            t_new.arena = &arena;
+        }
+        reserve_kids(std::size_t{size_} + n);
+        const kapParameterPtr* src = o.slot_.kids;  // read after reserve_kids: o may be this
+        kapParameterPtr* dst = slot_.kids + size_;
+        for (std::uint32_t i = 0; i < n; ++i) {
+            kapParameter* copy = src[i]->create_new();
+            copy->parent_ = this;
+            new (dst + i) kapParameterPtr(copy);
+            ++size_;
+        }
+        if (outermost) {
+            t_new.arena = nullptr;
+            if (arena.block != nullptr) block_release(arena.block);
+        }
     }
-}
-
-kapParameterMap::~kapParameterMap() {
-    for (auto& c : children_) c->parent_ = nullptr;
+    constexpr std::uint32_t kShared = kExactIndexFlag | kPristineFlag;
+    flags_ &= ~kShared;
+    if (was_empty && impl_ == o.impl_) flags_ |= o.flags_ & kShared;
 }
 
 kapParameter* kapParameterMap::find_child(std::string_view name) const noexcept {
-    const auto& index = impl_->index;
-    const std::size_t n = children_.size();
-    if (!index.empty()) {
-        const std::uint32_t mask = static_cast<std::uint32_t>(index.size() - 1);
-        for (std::uint32_t slot = fold_hash(name) & mask;; slot = (slot + 1) & mask) {
-            const std::uint32_t entry = index[slot];
-            if (entry == 0) break;
-            const std::size_t pos = entry - 1;
-            if (pos < n) {
-                const kapParameterImpl& ci = *children_[pos]->impl_;
-                if (ut_iequal(ci.name, name) || ut_iequal(ci.legacy, name)) {
-                    return children_[pos].pointer();
-                }
-            }
-        }
-    }
-    for (const auto& c : children_) {
-        if (ut_iequal(c->impl_->name, name)) return c.pointer();
-    }
-    for (const auto& c : children_) {
-        if (!c->impl_->legacy.empty() && ut_iequal(c->impl_->legacy, name)) return c.pointer();
-    }
-    return nullptr;
+    FoldedName q;
+    fold_name(name, q);
+    return kapParameterBlocks::child_named(*this, q);
 }
 
 namespace {
@@ -1061,12 +1429,14 @@ const kapParameter* step(const kapParameter* node, std::string_view text, int in
     if (!node->is_map()) return nullptr;
     const auto* map = static_cast<const kapParameterMap*>(node);
     if (index >= 0) {
-        if (static_cast<std::size_t>(index) < map->size()) {
+        if (static_cast<std::size_t>(index) < map->children().size()) {
             return map->child(static_cast<std::size_t>(index)).pointer();
         }
         return nullptr;
     }
-    return map->find_child(text);
+    FoldedName q;
+    fold_name(text, q);
+    return kapParameterBlocks::child_named(*map, q);
 }
 
 }  // namespace
@@ -1093,7 +1463,7 @@ kapParameterPtr kapParameterMap::operator[](const kapParameterKey& key) const {
     const auto& comps = key.components();
     const kapParameter* node = this;
     for (std::size_t i = 0; i < comps.size(); ++i) {
-        if (node->is_ref()) {
+        if (node->is_ref_node()) {
             node = node->follow();
             if (!node) break;
         }
@@ -1113,40 +1483,40 @@ kapParameterPtr kapParameterMap::operator[](const kapParameterKey& key) const {
 }
 
 const kapParameter* kapParameterMap::find_node(std::string_view path) const {
+    const char* p = path.data();
+    const char* const end = p + path.size();
+    if (p == end) return this;
     const kapParameter* node = this;
-    std::size_t i = 0;
-    const std::size_t n = path.size();
-    if (n == 0) return this;
-    while (i < n) {
-        if (node->is_ref_node()) {
+    while (true) {
+        if (node->flags_ & kRefFlag) {
             node = node->follow();
             if (!node) return nullptr;
         }
-        if (path[i] == '[') {
-            std::size_t j = i + 1;
+        if (!(node->flags_ & kMapFlag)) return nullptr;
+        const auto* map = static_cast<const kapParameterMap*>(node);
+        if (*p == '[') {
             int index = 0;
-            auto r = std::from_chars(path.data() + j, path.data() + n, index);
-            if (r.ec != std::errc() || r.ptr == path.data() + j || r.ptr >= path.data() + n ||
-                *r.ptr != ']' || index < 0) {
+            auto r = std::from_chars(p + 1, end, index);
+            if (r.ec != std::errc() || r.ptr == p + 1 || r.ptr == end || *r.ptr != ']' ||
+                index < 0 || static_cast<std::size_t>(index) >= map->size_) {
                 return nullptr;
             }
-            j = static_cast<std::size_t>(r.ptr - path.data()) + 1;
-            node = step(node, {}, index);
-            i = j;
+            node = map->slot_.kids[index].pointer();
+            p = r.ptr + 1;
         } else {
-            std::size_t j = i;
-            while (j < n && path[j] != '.' && path[j] != '[') ++j;
-            if (j == i) return nullptr;
-            node = step(node, path.substr(i, j - i), -1);
-            i = j;
+            FoldedName q;
+            scan_component(p, end, path.data(), q);
+            if (q.text.empty()) return nullptr;
+            node = kapParameterBlocks::child_named(*map, q);
+            if (!node) return nullptr;
+            p += q.text.size();
         }
-        if (!node) return nullptr;
-        if (i < n && path[i] == '.') {
-            ++i;
-            if (i == n) return nullptr;
+        if (p == end) return node;
+        if (*p == '.') {
+            ++p;
+            if (p == end) return nullptr;
         }
     }
-    return node;
 }
 
 kapParameterPtr kapParameterMap::append(const kapParameterPtr& par) {
@@ -1154,7 +1524,9 @@ kapParameterPtr kapParameterMap::append(const kapParameterPtr& par) {
     kapParameterPtr child = par;
     if (child->parent_ != nullptr) child = kapParameterPtr(par->create_new());
     child->parent_ = this;
-    children_.push_back(child);
+    flags_ &= ~kExactIndexFlag;
+    touch_structure();
+    push_kid(kapParameterPtr(child));
     return child;
 }
 
@@ -1164,9 +1536,6 @@ kapParameterPtr kapParameterMap::add(const kapParameterKey& key, const kapParame
     }
     kapParameterMap* target = this;
     if (key.size() > 1) {
-        const kapParameter* p = walk(key, 0, false);
-        (void)p;
-        kapParameterKey parent_path;
         const auto& comps = key.components();
         const kapParameter* node = this;
         for (std::size_t i = 0; i + 1 < comps.size(); ++i) {
@@ -1181,15 +1550,17 @@ kapParameterPtr kapParameterMap::add(const kapParameterKey& key, const kapParame
     if (child->parent_ != nullptr) child = kapParameterPtr(par->create_new());
     if (last.is_index()) {
         const auto i = static_cast<std::size_t>(last.index);
-        if (i > target->children_.size()) {
+        if (i > target->size_) {
             return kapParameterError::create(kapErrNoItem, "index out of range: " + key.str());
         }
         child->parent_ = target;
-        if (i == target->children_.size()) {
-            target->children_.push_back(child);
+        target->flags_ &= ~kExactIndexFlag;
+        target->touch_structure();
+        if (i == target->size_) {
+            target->push_kid(kapParameterPtr(child));
         } else {
-            target->children_[i]->parent_ = nullptr;
-            target->children_[i] = child;
+            target->slot_.kids[i]->parent_ = nullptr;
+            target->slot_.kids[i] = child;
         }
         return child;
     }
@@ -1197,14 +1568,17 @@ kapParameterPtr kapParameterMap::add(const kapParameterKey& key, const kapParame
     if (child->get_name() != name) child->set_name(utString(name));
     if (!key.legacy_key().empty()) child->set_legacy_key(key.legacy_key());
     child->parent_ = target;
-    for (auto& c : target->children_) {
+    target->flags_ &= ~kExactIndexFlag;
+    target->touch_structure();
+    for (std::uint32_t i = 0; i < target->size_; ++i) {
+        kapParameterPtr& c = target->slot_.kids[i];
         if (ut_iequal(c->get_name(), name)) {
             c->parent_ = nullptr;
             c = child;
             return child;
         }
     }
-    target->children_.push_back(child);
+    target->push_kid(kapParameterPtr(child));
     return child;
 }
 
@@ -1213,10 +1587,11 @@ bool kapParameterMap::remove(const kapParameterKey& key) {
     const kapParameter* node = walk(key, 0, false);
     if (!node || !node->parent_) return false;
     kapParameterMap* owner = node->parent_;
-    for (auto it = owner->children_.begin(); it != owner->children_.end(); ++it) {
-        if (it->pointer() == node) {
-            (*it)->parent_ = nullptr;
-            owner->children_.erase(it);
+    for (std::uint32_t i = 0; i < owner->size_; ++i) {
+        if (owner->slot_.kids[i].pointer() == node) {
+            owner->flags_ &= ~kExactIndexFlag;
+            owner->touch_structure();
+            owner->erase_kid(i);
             return true;
         }
     }
@@ -1224,16 +1599,17 @@ bool kapParameterMap::remove(const kapParameterKey& key) {
 }
 
 void kapParameterMap::remove_all() {
-    for (auto& c : children_) c->parent_ = nullptr;
-    children_.clear();
+    flags_ &= ~kExactIndexFlag;
+    touch_structure();
+    clear_kids();
 }
 
 bool kapParameterMap::is_equal(const kapParameter& other) const {
     if (!kapParameter::is_equal(other)) return false;
     const auto& o = static_cast<const kapParameterMap&>(other);
-    if (children_.size() != o.children_.size()) return false;
-    for (std::size_t i = 0; i < children_.size(); ++i) {
-        if (!children_[i]->is_equal(*o.children_[i])) return false;
+    if (size_ != o.size_) return false;
+    for (std::uint32_t i = 0; i < size_; ++i) {
+        if (!slot_.kids[i]->is_equal(*o.slot_.kids[i])) return false;
     }
     return true;
 }
@@ -1242,7 +1618,7 @@ bool kapParameterMap::copy_value_from(const kapParameter& other) {
     const auto* o = kapParameterMap::ut_dynamic_cast(&other);
     if (!o) return false;
     bool ok = true;
-    for (const auto& c : o->children_) {
+    for (const auto& c : o->children()) {
         kapParameter* mine = find_child(c->get_name());
         if (mine) ok = mine->copy_value_from(*c) && ok;
     }
@@ -1250,37 +1626,83 @@ bool kapParameterMap::copy_value_from(const kapParameter& other) {
 }
 
 void kapParameterMap::seal() {
+    seal_tree();
+    if (size_ == 0) return;
+    // Copies read the prototype node by node: one block in the order of a walk reads fastest.
+    kapParameterMap former;
+    former.slot_.kids = slot_.kids;
+    former.size_ = size_;
+    former.cap_ = cap_;
+    former.flags_ |= flags_ & kKidsInBlockFlag;
+    for (const auto& c : former.children())
+        c->parent_ = &former;
+    slot_.kids = nullptr;
+    size_ = 0;
+    cap_ = 0;
+    flags_ &= ~kKidsInBlockFlag;
+    const std::uint32_t kept = flags_ & (kExactIndexFlag | kPristineFlag);
+    copy_children_from(former);
+    flags_ |= kept;
+}
+
+void kapParameterMap::seal_tree() {
     auto& impl = mut_impl();
     kap_compile_active(impl);
     impl.pinned = true;
     flags_ |= kPinnedFlag;  // the count this node held is never given back: prototypes stay
     impl.index.clear();
-    const std::size_t n = children_.size();
-    if (n >= 8) {
-        std::size_t cap = 16;
-        while (cap < 4 * n) cap <<= 1;
+    impl.index_names.clear();
+    const std::uint32_t n = size_;
+    std::size_t names = 0;
+    std::size_t words = 0;
+    auto count = [&](std::string_view name) {
+        ++names;
+        words += 1 + (name.size() + 7) / 8;
+    };
+    for (const auto& c : children()) {
+        const auto& ci = c->impl();
+        count(ci.name);
+        if (!ci.legacy.empty() && !ut_iequal(ci.legacy, ci.name)) count(ci.legacy);
+    }
+    if (n != 0 && words < 0xffffffffu) {
+        std::size_t cap = 4;
+        while (cap < 2 * names)
+            cap <<= 1;
         impl.index.assign(cap, 0);
+        impl.index_names.reserve(words);
         const auto mask = static_cast<std::uint32_t>(cap - 1);
-        auto insert = [&](std::string_view name, std::size_t pos) {
-            std::uint32_t slot = fold_hash(name) & mask;
-            while (impl.index[slot] != 0) slot = (slot + 1) & mask;
-            impl.index[slot] = static_cast<std::uint32_t>(pos + 1);
+        auto insert = [&](std::string_view name, std::uint32_t pos) {
+            FoldedName q;
+            fold_name(name, q);
+            std::uint32_t slot = q.hash & mask;
+            while (impl.index[slot] != 0)
+                slot = (slot + 1) & mask;
+            const auto offset = static_cast<std::uint32_t>(impl.index_names.size());
+            impl.index[slot] = (std::uint64_t{q.hash} << 32) | (offset + 1);
+            impl.index_names.push_back((std::uint64_t{name.size()} << 32) | pos);
+            for (std::size_t i = 0; i < name.size(); i += 8) {
+                std::uint64_t w = 0;
+                std::memcpy(&w, name.data() + i, std::min<std::size_t>(8, name.size() - i));
+                impl.index_names.push_back(fold8(w));
+            }
         };
-        for (std::size_t i = 0; i < n; ++i) {
-            const auto& ci = children_[i]->impl();
+        for (std::uint32_t i = 0; i < n; ++i) {
+            const auto& ci = slot_.kids[i]->impl();
             insert(ci.name, i);
             if (!ci.legacy.empty() && !ut_iequal(ci.legacy, ci.name)) insert(ci.legacy, i);
         }
     }
-    for (auto& c : children_) {
+    for (auto& c : children()) {
         if (auto* m = kapParameterMap::ut_dynamic_cast(c.pointer())) {
-            m->seal();
+            m->seal_tree();
         } else {
             kap_compile_active(c->mut_impl());
             c->mut_impl().pinned = true;
             c->flags_ |= kPinnedFlag;
         }
     }
+    impl.copy_bytes = kapParameterBlocks::subtree_bytes(*this);
+    flags_ |= kExactIndexFlag | kPristineFlag;
 }
 
 // ---------------------------------------------------------------------------------------------

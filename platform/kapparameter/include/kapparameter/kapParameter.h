@@ -12,6 +12,11 @@
 // goes. A map owns its children through handles; the link to the parent is a plain pointer.
 // Never make a handle from a root that lives on the stack: it would be deleted with the handle.
 //
+// A deep copy (a copy constructor, create_new, copy_children_from) places all the nodes it makes
+// in one block of memory. Every node of a block holds a share of it: a node whose last handle
+// goes is destroyed at once, and the block is freed with its last node, so a handle kept past the
+// death of its root stays valid. Nodes added to a tree later are made one by one.
+//
 // Child lookup by name ignores ASCII letter case ("BelowCentreline" finds "BelowCentreLine"),
 // for names and legacy keys alike; enumeration texts and the tables of entity classes match
 // exactly. A path that names nothing answers an error parameter (code 3), never null.
@@ -23,6 +28,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <new>
 #include <span>
 #include <string_view>
 #include <vector>
@@ -114,8 +120,15 @@ struct kapParameterImpl {
     int vector_size = 0;
     int nofollow = 0;
 
-    // Maps sealed as prototypes: open-addressing index from folded name hash to child position.
-    std::vector<std::uint32_t> index;
+    // Maps sealed as prototypes: open-addressing index over the children's names and legacy keys.
+    // An entry holds the hash of a name (high 32 bits) and 1 + the offset of its record in
+    // index_names (low 32 bits); 0 marks a free slot. A record is a word holding the child's
+    // position (low 32 bits) and the name's length, then the name in words of 8 bytes, ASCII
+    // letters in lower case, zeros after its end.
+    std::vector<std::uint64_t> index;
+    std::vector<std::uint64_t> index_names;
+    // Sealed maps: the bytes a deep copy of the children takes (0: not known).
+    std::size_t copy_bytes = 0;
 
     // Count of owners; a pinned declaration belongs to a process-wide prototype and is never
     // counted nor freed.
@@ -182,8 +195,11 @@ class kapParameter {
     virtual ~kapParameter();
     kapParameter& operator=(const kapParameter&) = delete;
     // Nodes made with new are owned by their handles; nodes that live on the stack or inside
-    // another object are never deleted by a handle.
+    // another object are never deleted by a handle. While a deep copy runs, new places nodes in
+    // the copy's block; delete gives a node's memory back to wherever it came from.
     static void* operator new(std::size_t size);
+    static void* operator new(std::size_t size, std::align_val_t) = delete;  // 8-byte alignment
+    static void operator delete(kapParameter* p, std::destroying_delete_t) noexcept;
     static void operator delete(void* p) noexcept;
 
     // A deep copy of this node and everything below it, owned by the caller.
@@ -292,7 +308,11 @@ class kapParameter {
     // -- counting (handles) --
     int use_count() const noexcept { return refs_; }
     void add_ref() const noexcept { ++refs_; }
-    void release_ref() const noexcept;
+    void release_ref() const noexcept {
+        if (--refs_ == 0 && (flags_ & kHeapFlag)) destroy_owned();
+    }
+    // True when the node lies in the block of a deep copy (see the top of this file).
+    bool in_block() const noexcept { return (flags_ >> kBlockShift) != 0; }
 
 protected:
     kapParameter(const kapParameter& other);
@@ -316,14 +336,27 @@ protected:
     friend class kapParameterMap;
     friend class kapParameterPtr;
     friend struct kapParameterSeal;
+    friend struct kapParameterBlocks;
 
+    // flags_: bits 0-7 the flags below; bits 8-15 the node's size in 8-byte units when it was
+    // made with new (0: unknown); bits 16-31 its distance from the start of its block in 8-byte
+    // units (0: not in a block).
     static constexpr std::uint32_t kHeapFlag = 1;    // made with new: handles own it
     static constexpr std::uint32_t kTextFlag = 2;    // slot_ holds a kapValueText
     static constexpr std::uint32_t kPinnedFlag = 4;  // impl_ is pinned: not counted
     static constexpr std::uint32_t kMapFlag = 8;     // a kapParameterMap
     static constexpr std::uint32_t kRefFlag = 16;    // a kapParameterRef
+    // Maps only: the child array lies in the node's block; the declaration's index lists every
+    // child at its position; the subtree has the shape it was sealed with.
+    static constexpr std::uint32_t kKidsInBlockFlag = 32;
+    static constexpr std::uint32_t kExactIndexFlag = 64;
+    static constexpr std::uint32_t kPristineFlag = 128;
     static constexpr std::uint32_t kKindFlags = kMapFlag | kRefFlag;
+    static constexpr unsigned kSizeShift = 8;
+    static constexpr unsigned kBlockShift = 16;
 
+    // Destroys a node owned by its handles and gives its memory back.
+    void destroy_owned() const noexcept;
     // Points at a declaration, counting it unless it is pinned.
     void attach_impl(kapParameterImpl* p) noexcept;
     void release_impl() noexcept;
@@ -332,13 +365,38 @@ protected:
     std::uint32_t flags_ = 0;
     kapParameterMap* parent_ = nullptr;
     kapParameterImpl* impl_ = nullptr;
-    // The value: a number, an integer (enumeration state, object id, error code), or a text.
+    // The value: a number, an integer (enumeration state, object id, error code), or a text;
+    // for maps, their array of children.
     union Slot {
         double number;
         std::int64_t integer;
         kapValueText* text;
+        kapParameterPtr* kids;
     } slot_{};
 };
+
+inline kapParameterPtr::kapParameterPtr(kapParameter* p) noexcept : p_(p) {
+    if (p_) p_->add_ref();
+}
+inline kapParameterPtr::~kapParameterPtr() {
+    if (p_) p_->release_ref();
+}
+inline kapParameterPtr& kapParameterPtr::operator=(const kapParameterPtr& o) noexcept {
+    if (o.p_) o.p_->add_ref();
+    kapParameter* old = p_;
+    p_ = o.p_;
+    if (old) old->release_ref();
+    return *this;
+}
+inline kapParameterPtr& kapParameterPtr::operator=(kapParameterPtr&& o) noexcept {
+    if (this != &o) {
+        kapParameter* old = p_;
+        p_ = o.p_;
+        o.p_ = nullptr;
+        if (old) old->release_ref();
+    }
+    return *this;
+}
 
 // Numeric value: real (21), integer (22), flag (23) or angle (24), with dimension, units and range.
 class kapParameterNumeric : public kapParameter {
@@ -569,8 +627,9 @@ class kapParameterMap : public kapParameter {
     kapParameter* create_new() const override { return new kapParameterMap(*this); }
     kapParameterType type() const noexcept override { return kapParameterType::map; }
 
-    std::size_t size() const noexcept override { return children_.size(); }
-    const kapParameterPtr& child(std::size_t i) const noexcept { return children_[i]; }
+    std::size_t size() const noexcept override { return size_; }
+    const kapParameterPtr& child(std::size_t i) const noexcept { return slot_.kids[i]; }
+    std::span<const kapParameterPtr> children() const noexcept { return {slot_.kids, size_}; }
     // Adds `par` under the last component of `key` (a path adds into the map it names). An
     // existing child of that name is replaced. Answers the added child, or an error parameter.
     virtual kapParameterPtr add(const kapParameterKey& key, const kapParameterPtr& par);
@@ -592,7 +651,9 @@ class kapParameterMap : public kapParameter {
     bool set_string(const utString& text) override { return false; }
 
     // Builds the child index of this map and every map below, and pins their declarations:
-    // the tree becomes a prototype whose declarations instances share.
+    // the tree becomes a prototype whose declarations instances share. The nodes below are
+    // then laid out again in one block (copies take their place; handles taken to them before
+    // keep the former nodes, detached).
     void seal();
 
     // Appends a deep copy of every child of `o` (building an instance from a prototype). A map
@@ -602,7 +663,16 @@ class kapParameterMap : public kapParameter {
 protected:
     const kapParameter* walk(const kapParameterKey& key, std::size_t from,
                              bool follow_last) const noexcept;
-    std::vector<kapParameterPtr> children_;
+    void seal_tree();
+    // The child array (slot_.kids): size_ handles in room for cap_.
+    void reserve_kids(std::size_t n);
+    void push_kid(kapParameterPtr&& child);
+    void erase_kid(std::size_t i) noexcept;
+    void clear_kids() noexcept;
+    // The subtree changed shape: this map and those above it are no longer pristine.
+    void touch_structure() noexcept;
+    std::uint32_t size_ = 0;
+    std::uint32_t cap_ = 0;
 };
 
 // Sequences: children addressed by index "[i]" (and by name, when they have one).
