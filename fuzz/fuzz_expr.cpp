@@ -1,6 +1,8 @@
 // Fuzzes the expression compiler and evaluator: any input compiles to an object (ok or holding
 // an error with a sane offset) and evaluates, against a toy scope that answers numbers, texts,
 // parameters, errors and nothing, without crashing, hanging or breaking the invariants below.
+// The same scope is asked once with and once without its one-step reads (read()), so that the
+// quick postfix evaluation is held against the tree evaluation: they must give the same answers.
 
 #include <cstddef>
 #include <cstdint>
@@ -24,7 +26,7 @@ struct Entry {
 
 class ToyScope : public kapExprScope {
   public:
-    explicit ToyScope(const kapExprCompiled* input) : input_(input) {
+    ToyScope(const kapExprCompiled* input, bool quick) : input_(input), quick_(quick) {
         entries_[0].value = kapExprValue::from_number(0.5);
         entries_[1].value = kapExprValue::from_text("level");
         entries_[2].value = kapExprValue::from_bool(true);
@@ -34,6 +36,31 @@ class ToyScope : public kapExprScope {
         entries_[5].value = kapExprValue::from_error(kapExprErrType, "broken");
         entries_[6].evaluates_input = true;
         entries_[7].value = kapExprValue::from_text("12.5");
+    }
+
+    // The one-step read: what value_of(resolve(path)) answers when that is a number, a boolean
+    // or a text; nothing otherwise.
+    bool read(const kapExprPath& path, kapExprScalar& out) const override {
+        if (!quick_) return false;
+        const kapExprValue v = resolve(path);
+        if (!v.is_node()) {
+            if (!v.is_number()) return false;
+            out.is_text = false;
+            out.number = v.number();
+            return true;
+        }
+        const Entry* e = static_cast<const Entry*>(v.node());
+        if (e->evaluates_input) return false;
+        const kapExprValue& p = e->value;
+        if (p.is_text()) {
+            out.is_text = true;
+            out.text = p.text();
+            return true;
+        }
+        if (!p.is_number() && !p.is_bool()) return false;
+        out.is_text = false;
+        out.number = p.number();
+        return true;
     }
 
     kapExprValue resolve(const kapExprPath& path) const override {
@@ -88,7 +115,18 @@ class ToyScope : public kapExprScope {
   private:
     Entry entries_[8];
     const kapExprCompiled* input_;
+    bool quick_;
 };
+
+// Two answers of the same evaluation: the same kind, the same number or condition, the same
+// error code.
+void check_same(const kapExprValue& a, const kapExprValue& b) {
+    check(a.type() == b.type());
+    if (a.is_number() || a.is_bool()) {
+        check(a.number() == b.number() || (a.number() != a.number() && b.number() != b.number()));
+    }
+    if (a.is_error()) check(a.error_code() == b.error_code());
+}
 
 void check_value(const kapExprValue& v, std::size_t size) {
     if (v.is_error()) {
@@ -126,10 +164,22 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
             }
         }
     }
-    const ToyScope scope(c.get());
+    const ToyScope scope(c.get(), true);
+    const ToyScope tree(c.get(), false);
     check_value(c->evaluate(scope), size);
-    check_value(c->evaluate_number(scope), size);
-    check_value(c->evaluate_bool(scope), size);
+    const kapExprValue number = c->evaluate_number(scope);
+    const kapExprValue truth = c->evaluate_bool(scope);
+    check_value(number, size);
+    check_value(truth, size);
+    check_same(number, c->evaluate_number(tree));
+    check_same(truth, c->evaluate_bool(tree));
+    const int condition = c->evaluate_condition(scope);
+    check(condition == (truth.is_error() ? -1 : truth.boolean() ? 1 : 0));
+    double x = 0.0;
+    bool b = false;
+    const int quick = c->evaluate_quick(scope, false, x, b);
+    check(quick != 1 || (number.is_number() && (x == number.number() || x != x)));
+    check(quick != 0 || number.is_error());
 
     // The cache answers the same object for the same text; keep it from growing without end.
     if (kapExpr::cache_size() > 4096) kapExpr::clear_cache();

@@ -1,11 +1,20 @@
 #!/usr/bin/env bash
-# Builds the fuzz preset and runs every fuzz target for the given number of seconds each
-# (default 30). A target fuzz/fuzz_<name>.cpp starts from a copy of fuzz/corpus/<name>/ (the
-# seeds in the repository are never modified) and uses fuzz/fuzz_<name>.dict when there is one.
-# Crash inputs are kept in build/fuzz/artifacts/<target>/; the script fails if any target fails.
+# Builds the fuzz preset (clang, libFuzzer with ASan and UBSan, into build/fuzz) and runs the fuzz
+# targets for the given number of seconds each (default 30):
+#
+#   scripts/fuzz.sh                 every target, 30 s each
+#   scripts/fuzz.sh 60 expr         fuzz/fuzz_expr.cpp (the expression compiler and evaluator), 60 s
+#   scripts/fuzz.sh 120 reader load two targets, 120 s each
+#
+# A target fuzz/fuzz_<name>.cpp starts from a copy of fuzz/corpus/<name>/ (the seeds in the
+# repository are never modified) and uses fuzz/fuzz_<name>.dict when there is one. Crash inputs
+# are kept in build/fuzz/artifacts/<target>/; the script fails if any target fails. To replay one:
+#   build/fuzz/fuzz/fuzz_expr build/fuzz/artifacts/fuzz_expr/crash-<hash>
 set -euo pipefail
 cd "$(dirname "$0")/.."
 seconds="${1:-30}"
+shift || true
+only=("$@")
 jobs=$(nproc 2>/dev/null || echo 2)
 bash scripts/deps.sh --fuzz
 cmake --preset fuzz >/dev/null
@@ -17,9 +26,12 @@ status=0
 found=0
 for target in build/fuzz/fuzz/fuzz_*; do
     [ -f "$target" ] && [ -x "$target" ] || continue
-    found=1
     name=$(basename "$target")
     short=${name#fuzz_}
+    if [ ${#only[@]} -gt 0 ] && [[ ! " ${only[*]} " =~ " ${short} " ]]; then
+        continue
+    fi
+    found=1
     corpus="$work/$short"
     mkdir -p "$corpus"
     if [ -d "fuzz/corpus/$short" ]; then
@@ -40,7 +52,7 @@ for target in build/fuzz/fuzz/fuzz_*; do
     fi
 done
 if [ "$found" -eq 0 ]; then
-    echo "no fuzz targets in build/fuzz/fuzz/"
+    echo "no fuzz targets${only[*]:+ named ${only[*]}} in build/fuzz/fuzz/"
     exit 1
 fi
 exit "$status"

@@ -12,6 +12,7 @@
 
 #include "kappar/kapBoundaryPar.h"
 #include "kappar/kapLevelPar.h"
+#include "kappar/kapSchema.h"
 #include "kapparameter/kapEvaluator.h"
 #include "kapparameter/kapExpr.h"
 #include "kapparameter/kapParameter.h"
@@ -668,6 +669,139 @@ TEST(BindingEntities, DependenciesListTheNamesEachConditionReads) {
     EXPECT_EQ(names.size(), 2u);
     EXPECT_TRUE(names.contains("CheckToolAndHolder"));
     EXPECT_TRUE(table.at("Singularity.Angle").contains("Avoidance.On"));
+}
+
+// ---------------------------------------------------------------------------------------------
+// Trees made as entities make theirs: declared once, sealed, copied for every instance. Where a
+// name was found is remembered by declaration; instances answer for themselves, and a tree whose
+// shape changed is looked at again.
+
+const kapParameterRoot& sealed_prototype() {
+    static const kapParameterRoot* proto = [] {
+        using K = kapDeclKind;
+        static constexpr kapDeclState kTypes[] = {{"a", "A", "A."}, {"b", "B", "B."}};
+        static constexpr kapDeclState kModes[] = {{"on", "On", "On."}, {"off", "Off", "Off."}};
+        static constexpr kapDeclRow rows[] = {
+            {.path = "Type",
+             .legacy = {},
+             .label = "L",
+             .kind = K::enumeration,
+             .states = kTypes,
+             .def = "a"},
+            {.path = "Tolerance", .legacy = {}, .label = "L", .def = "0.1"},
+            {.path = "Group", .legacy = {}, .label = "L", .kind = K::map},
+            {.path = "Group.Inner", .legacy = {}, .label = "L", .kind = K::map},
+            {.path = "Group.Inner.Value",
+             .legacy = {},
+             .label = "L",
+             .def = "1",
+             .active = "Type=='a' AND Tolerance < 1"},
+            {.path = "Group.Inner.Near", .legacy = {}, .label = "L", .def = "Tolerance*10"},
+            {.path = "Group.Inner.Far", .legacy = {}, .label = "L", .def = "RootPar.Tolerance*10"},
+            {.path = "Open", .legacy = {}, .label = "L", .kind = K::open_map},
+            {.path = "Open.Flag",
+             .legacy = {},
+             .label = "L",
+             .kind = K::flag,
+             .def = "0",
+             .active = "Tolerance < 1"},
+            {.path = "Sets", .legacy = {}, .label = "L", .kind = K::array, .size = 3},
+            {.path = "Sets[].Mode",
+             .legacy = {},
+             .label = "L",
+             .kind = K::enumeration,
+             .states = kModes,
+             .def = "on"},
+            {.path = "Sets[].Value",
+             .legacy = {},
+             .label = "L",
+             .def = "2",
+             .active = "Mode=='on'"},
+            {.path = "Last",
+             .legacy = {},
+             .label = "L",
+             .def = "3",
+             .active = "Sets[2].Mode=='on' AND Group.Inner.Value > 0"},
+        };
+        auto* root = new kapParameterRoot("sealed", 1, "");
+        EXPECT_TRUE(kap_declare(root, rows, "Test"));
+        root->seal();
+        return root;
+    }();
+    return *proto;
+}
+
+kapParameterPtr sealed_instance() {
+    auto* root = new kapParameterRoot("sealed", 1, "");
+    kapParameterPtr p(root);
+    root->copy_children_from(sealed_prototype());
+    return p;
+}
+
+TEST(BindingSealed, RememberedLookupsFollowEachTree) {
+    const kapParameterPtr a = sealed_instance();
+    const kapParameterPtr b = sealed_instance();
+    struct Read {
+        const kapParameterPtr& root;
+        const char* path;
+        Want want;  // a number, or whether it is active
+    };
+    auto check = [](std::initializer_list<Read> reads, int step) {
+        // Twice: the second read goes by what the first remembered.
+        for (int pass = 0; pass < 2; ++pass) {
+            for (const Read& r : reads) {
+                const kapParameter& p = at(r.root, r.path);
+                if (std::holds_alternative<bool>(r.want)) {
+                    EXPECT_EQ(p.is_active(), std::get<bool>(r.want))
+                        << "step " << step << ": " << r.path;
+                } else {
+                    EXPECT_DOUBLE_EQ(p.get_double(), std::get<double>(r.want))
+                        << "step " << step << ": " << r.path;
+                }
+            }
+        }
+    };
+    check({{a, "Group.Inner.Value", true},
+           {b, "Group.Inner.Value", true},
+           {a, "Group.Inner.Near", 1.0},
+           {a, "Group.Inner.Far", 1.0},
+           {a, "Open.Flag", true},
+           {a, "Sets[1].Value", true},
+           {a, "Last", true}},
+          1);
+    // Instances share declarations, not values.
+    at(a, "Type").set_string("b");
+    at(a, "Sets[1].Mode").set_string("off");
+    at(b, "Tolerance").set_double(0.2);
+    check({{a, "Group.Inner.Value", false},
+           {b, "Group.Inner.Value", true},
+           {a, "Sets[1].Value", false},
+           {a, "Sets[0].Value", true},
+           {a, "Sets[2].Value", true},
+           {b, "Sets[1].Value", true},
+           {b, "Group.Inner.Near", 2.0},
+           {a, "Group.Inner.Near", 1.0}},
+          2);
+    // A map of the declared tree gains a child that is nearer than the root's.
+    at(a, "Type").set_string("a");
+    put(at(a, "Group"), "Tolerance", number(5));
+    check({{a, "Group.Inner.Value", false},
+           {a, "Group.Inner.Near", 50.0},
+           {a, "Group.Inner.Far", 1.0},
+           {b, "Group.Inner.Value", true},
+           {b, "Group.Inner.Near", 2.0}},
+          3);
+    EXPECT_TRUE(static_cast<kapParameterMap&>(at(a, "Group")).remove("Tolerance"));
+    check({{a, "Group.Inner.Value", true}, {a, "Group.Inner.Near", 1.0}}, 4);
+    // An open map takes undeclared children.
+    put(at(a, "Open"), "Tolerance", number(7));
+    check({{a, "Open.Flag", false}, {b, "Open.Flag", true}}, 5);
+    // An array that loses an element: the path through it names nothing (and hides nothing).
+    at(a, "Sets[2].Mode").set_string("off");
+    check({{a, "Last", false}}, 6);
+    EXPECT_TRUE(static_cast<kapParameterMap&>(at(a, "Sets")).remove("[2]"));
+    check({{a, "Last", true}, {b, "Last", true}}, 7);
+    expect_answer(kapEvaluator(a).evaluate("Sets[2].Mode"), Err{kapErrNoItem}, "removed");
 }
 
 // ---------------------------------------------------------------------------------------------

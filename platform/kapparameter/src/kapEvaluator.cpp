@@ -1,7 +1,11 @@
 // The expression engine bound to parameter trees: how names, calls and values resolve.
 #include "kapparameter/kapEvaluator.h"
 
+#include <cstdint>
+#include <memory>
+#include <mutex>
 #include <string>
+#include <unordered_map>
 
 #include "kapEvalHooks.h"
 #include "kapparameter/kapExpr.h"
@@ -38,6 +42,204 @@ const kapParameter* walk(const kapParameter* node, std::span<const kapExprName> 
 
 kapExprValue from_parameter(const kapParameterPtr& p, const kapExprScope* scope);
 
+// ---------------------------------------------------------------------------------------------
+// Where names were found
+//
+// Finding a name climbs through the enclosing maps and looks it up in each, and most names are
+// found several maps up. A walk is remembered, per thread, by the declaration of the map it
+// started from and the compiled name path: how many maps were climbed, the sizes of the maps
+// searched in vain, and the position of each node taken on the way down. The next lookup of the
+// same path from a map of the same declaration checks the walk instead of repeating it: the maps
+// searched in vain have the sizes remembered, the map where the name was found and the node
+// reached have the declarations remembered. Only declarations that live for the process are
+// remembered (those of sealed prototypes: pinned and named, each naming one place of one
+// schema; the maps searched in vain also fixed, that is keeping the children they were declared
+// with), so an address cannot come back as another declaration; and only paths of compiled
+// forms that live for the process.
+namespace hints {
+
+constexpr int kMaxUp = 6;     // maps climbed
+constexpr int kMaxSteps = 4;  // nodes taken on the way down: the path's components
+constexpr std::size_t kFirstCapacity = 1024;
+constexpr std::size_t kMaxCapacity = 1u << 15;  // then the table starts again, empty
+
+struct Hint {
+    const kapParameterImpl* start = nullptr;
+    const kapExprPath* path = nullptr;        // null: a free slot
+    const kapParameterImpl* top = nullptr;    // declaration of the map where the name was found
+    const kapParameterImpl* found = nullptr;  // of the node reached
+    std::uint16_t sizes[kMaxUp] = {};         // sizes of the maps searched in vain
+    std::uint16_t index[kMaxSteps] = {};      // positions of the nodes taken
+    std::uint8_t follow = 0;  // bit k: the node before step k is a reference, followed first
+    std::uint8_t up = 0;
+    std::uint8_t nsteps = 0;
+};
+
+// Open addressing over (start, path); a thread's table only grows, up to a bound.
+struct Table {
+    std::unique_ptr<Hint[]> slots;
+    std::size_t mask = 0;
+    std::size_t used = 0;
+};
+
+__attribute__((tls_model("initial-exec"))) thread_local Table* t_table = nullptr;
+
+struct TableOwner {
+    ~TableOwner() {
+        delete t_table;
+        t_table = nullptr;
+    }
+};
+
+std::size_t hash_of(const kapParameterImpl* start, const kapExprPath* path) {
+    std::uint64_t h = reinterpret_cast<std::uintptr_t>(start) * 0x9E3779B97F4A7C15ull;
+    h ^= reinterpret_cast<std::uintptr_t>(path) * 0xC2B2AE3D27D4EB4Full;
+    return static_cast<std::size_t>(h ^ (h >> 32));
+}
+
+const Hint* lookup(const kapParameterImpl* start, const kapExprPath* path) {
+    const Table* t = t_table;
+    if (t == nullptr) return nullptr;
+    for (std::size_t i = hash_of(start, path) & t->mask;; i = (i + 1) & t->mask) {
+        const Hint& h = t->slots[i];
+        if (h.path == path && h.start == start) return &h;
+        if (h.path == nullptr) return nullptr;
+    }
+}
+
+void place(Table& t, const Hint& h) {
+    for (std::size_t i = hash_of(h.start, h.path) & t.mask;; i = (i + 1) & t.mask) {
+        Hint& slot = t.slots[i];
+        if (slot.path == nullptr) ++t.used;
+        if (slot.path == nullptr || (slot.path == h.path && slot.start == h.start)) {
+            slot = h;
+            return;
+        }
+    }
+}
+
+void insert(const Hint& h) {
+    if (t_table == nullptr) {
+        thread_local TableOwner owner;  // frees the table when the thread ends
+        (void)owner;
+        t_table = new Table();
+    }
+    Table& t = *t_table;
+    const std::size_t capacity = t.slots ? t.mask + 1 : 0;
+    if ((t.used + 1) * 2 > capacity) {
+        std::size_t grown = capacity == 0 ? kFirstCapacity : capacity * 2;
+        std::unique_ptr<Hint[]> old = std::move(t.slots);
+        const bool keep = grown <= kMaxCapacity;
+        if (!keep) grown = kFirstCapacity;
+        t.slots.reset(new Hint[grown]);
+        t.mask = grown - 1;
+        t.used = 0;
+        if (keep) {
+            for (std::size_t i = 0; i < capacity; ++i) {
+                if (old[i].path != nullptr) place(t, old[i]);
+            }
+        }
+    }
+    place(t, h);
+}
+
+std::size_t size_of(const kapParameter* map) {
+    return static_cast<const kapParameterMap*>(map)->kapParameterMap::size();
+}
+
+// A declaration that names one node of one schema for the life of the process.
+bool lasting(const kapParameterImpl& impl) {
+    return impl.pinned && !impl.name.empty();
+}
+
+// The node the remembered walk of `path` from `start` leads to; false when nothing is
+// remembered or the tree no longer matches.
+bool recall(const kapParameter* start, const kapExprPath& path, const kapParameter*& out) {
+    const Hint* h = lookup(&start->impl(), &path);
+    if (h == nullptr) return false;
+    const kapParameter* node = start;
+    for (int i = 0; i < h->up; ++i) {
+        if (size_of(node) != h->sizes[i]) return false;
+        node = node->parent();
+        if (node == nullptr) return false;
+    }
+    if (&node->impl() != h->top) return false;
+    for (int k = 0; k < h->nsteps; ++k) {
+        if (h->follow & (1u << k)) {
+            node = node->follow();
+            if (node == nullptr) return false;
+        }
+        if (!node->is_map() || h->index[k] >= size_of(node)) return false;
+        node = static_cast<const kapParameterMap*>(node)->child(h->index[k]).pointer();
+    }
+    if (&node->impl() != h->found) return false;
+    out = node;
+    return true;
+}
+
+// Remembers the walk of `path` from `start`: `up` maps climbed, then `nodes` taken (one per
+// component of the path), when the declarations on the way are lasting.
+void remember(const kapParameter* start, const kapExprPath& path, int up,
+              const kapParameter* const* nodes) {
+    const std::size_t n = path.components.size();
+    if (up > kMaxUp || n == 0 || n > static_cast<std::size_t>(kMaxSteps)) return;
+    if (!lasting(nodes[n - 1]->impl())) return;  // a tree that is not sealed: nothing to keep
+    Hint h;
+    h.start = &start->impl();
+    h.path = &path;
+    h.up = static_cast<std::uint8_t>(up);
+    h.nsteps = static_cast<std::uint8_t>(n);
+    const kapParameter* level = start;
+    for (int i = 0; i < up; ++i) {
+        const kapParameterImpl& impl = level->impl();
+        const std::size_t size = size_of(level);
+        if (!lasting(impl) || !impl.fixed || size > 0xffff) return;
+        h.sizes[i] = static_cast<std::uint16_t>(size);
+        level = level->parent();
+    }
+    if (!level->impl().pinned) return;
+    h.top = &level->impl();
+    const kapParameter* before = level;
+    for (std::size_t k = 0; k < n; ++k) {
+        const kapParameter* node = nodes[k];
+        const int index = node->index_in_parent();
+        if (index < 0 || index > 0xffff) return;
+        if (before->is_ref_node()) h.follow |= static_cast<std::uint8_t>(1u << k);
+        h.index[k] = static_cast<std::uint16_t>(index);
+        before = node;
+    }
+    if (!lasting(before->impl())) return;
+    h.found = &before->impl();
+    insert(h);
+}
+
+}  // namespace hints
+
+// The compiled forms of the expressions that values hold are kept for the life of the process,
+// so that a value keeps a plain pointer to its own (kapValueText::compiled) and a read compiles
+// nothing and looks nothing up. Past a bound on the number of texts kept, a value's expression is
+// compiled through the shared cache on every read (and `held` keeps it alive).
+constexpr std::size_t max_kept_texts = 1u << 16;
+
+const kapExprCompiled* compiled_value(const kapValueText& t,
+                                      std::shared_ptr<const kapExprCompiled>& held) {
+    if (const kapExprCompiled* c = t.compiled.load(std::memory_order_acquire)) return c;
+    struct Kept {
+        std::mutex mutex;
+        std::unordered_map<std::string, std::shared_ptr<const kapExprCompiled>> map;
+    };
+    static Kept* kept = new Kept();  // never destroyed: values point into it
+    held = kapExpr::compile(t.text);
+    std::lock_guard<std::mutex> lock(kept->mutex);
+    auto it = kept->map.find(t.text);
+    if (it == kept->map.end()) {
+        if (kept->map.size() >= max_kept_texts) return held.get();
+        it = kept->map.emplace(t.text, held).first;
+    }
+    t.compiled.store(it->second.get(), std::memory_order_release);
+    return it->second.get();
+}
+
 // Calls a member function. A function parameter that lives in a tree is called on itself, so that
 // it finds the root of the tree it is in (a copied tree answers for the copy); a free-standing
 // one (an answer of lookup_method) on the parameter it was made for. A function that is already
@@ -58,8 +260,11 @@ kapParameterPtr invoke(const kapParameterMemberFunction& f, const kapParameterPt
 // entity or a branch) looks among its own children first; so does a node without a parent.
 class kapTreeScope final : public kapExprScope {
   public:
-    explicit kapTreeScope(const kapParameter* owner, bool inside = false) noexcept
-        : owner_(owner), inside_(inside) {}
+    // `lasting`: the compiled forms evaluated in this scope live for the process, so the walks
+    // to their names may be remembered.
+    explicit kapTreeScope(const kapParameter* owner, bool inside = false,
+                          bool lasting = false) noexcept
+        : owner_(owner), inside_(inside), remember_(lasting) {}
 
     kapExprValue resolve(const kapExprPath& path) const override {
         const kapParameter* node = find(path);
@@ -139,6 +344,34 @@ class kapTreeScope final : public kapExprScope {
                                         "unknown function '" + std::string(fn.text) + "'");
     }
 
+    // Numbers, enumerations holding one of their states and literal texts, read in place; the
+    // rest the general way (plain_value).
+    bool read(const kapExprPath& path, kapExprScalar& out) const override {
+        const kapParameter* p = find(path);
+        if (p == nullptr || p->is_expr()) return false;
+        switch (p->type()) {
+            case kapParameterType::numeric:
+                out.is_text = false;
+                out.number = p->get_double();
+                return true;
+            case kapParameterType::enumeration: {
+                const auto* e = static_cast<const kapParameterEnum*>(p);
+                const int s = e->get_state();
+                if (s < 0) return false;
+                out.is_text = true;
+                out.text = e->state(s).key;
+                return true;
+            }
+            case kapParameterType::string:
+                if (p->impl().onread != nullptr) return false;  // reading runs a callback
+                out.is_text = true;
+                out.text = p->extra() != nullptr ? std::string_view(p->extra()->text) : "";
+                return true;
+            default:
+                return false;
+        }
+    }
+
     kapExprValue value_of(const void* node) const override { return plain_value(as_par(node)); }
 
     bool is_active(const void* node) const override { return as_par(node)->is_active(); }
@@ -148,8 +381,9 @@ class kapTreeScope final : public kapExprScope {
         if (p->is_expr()) {
             kapExprGuard guard(p);
             if (!guard.ok()) return guard.error();
-            auto compiled = kapExpr::compile(p->get_expr());
-            kapTreeScope scope(p);
+            std::shared_ptr<const kapExprCompiled> held;
+            const kapExprCompiled* compiled = compiled_value(*p->extra(), held);
+            kapTreeScope scope(p, /*inside=*/false, /*lasting=*/held == nullptr);
             kapExprValue v = compiled->evaluate(scope);
             return kapExpr::to_plain(v);
         }
@@ -208,9 +442,10 @@ class kapTreeScope final : public kapExprScope {
     const kapParameter* find(const kapExprPath& path) const {
         switch (path.anchor) {
             case kapExprAnchor::root: {
-                const kapParameter* root = kapParameterRoot::get_root(owner_);
-                if (root == nullptr) root = top_of(owner_);
-                return walk(root, path.components);
+                // The root of the owner's tree; the top of a branch that is in no tree.
+                const kapParameter* root = top_of(owner_);
+                if (!remember_ || path.components.empty()) return walk(root, path.components);
+                return find_from(root, path, /*climb=*/false);
             }
             case kapExprAnchor::global: {
                 const kapParameter* entity =
@@ -222,15 +457,50 @@ class kapTreeScope final : public kapExprScope {
                 break;
         }
         if (path.components.empty()) return nullptr;
-        const kapExprName& first = path.components.front();
-        const auto rest = path.components.subspan(1);
         // Siblings first, then outward to the root.
         const kapParameter* level = owner_->parent();
         if ((inside_ || level == nullptr) && owner_->is_map()) level = owner_;
-        for (; level != nullptr; level = level->parent()) {
-            if (const kapParameter* hit = descend(level, first)) return walk(hit, rest);
+        if (level == nullptr) return nullptr;
+        if (!remember_) {
+            const kapExprName& first = path.components.front();
+            for (; level != nullptr; level = level->parent()) {
+                if (const kapParameter* hit = descend(level, first))
+                    return walk(hit, path.components.subspan(1));
+            }
+            return nullptr;
         }
-        return nullptr;
+        return find_from(level, path, /*climb=*/true);
+    }
+
+    // find() for a path whose compiled form lasts: the walk from `start` (climbing outward when
+    // `climb` is set) is remembered and checked the next time instead of being repeated.
+    static const kapParameter* find_from(const kapParameter* start, const kapExprPath& path,
+                                         bool climb) {
+        const kapParameter* found = nullptr;
+        if (hints::recall(start, path, found)) return found;
+        const kapExprName& first = path.components.front();
+        int up = 0;
+        const kapParameter* level = start;
+        const kapParameter* hit = descend(level, first);
+        while (hit == nullptr && climb) {
+            level = level->parent();
+            if (level == nullptr) return nullptr;
+            ++up;
+            hit = descend(level, first);
+        }
+        if (hit == nullptr) return nullptr;
+        const kapParameter* nodes[hints::kMaxSteps];
+        const std::size_t n = path.components.size();
+        nodes[0] = hit;
+        const kapParameter* node = hit;
+        for (std::size_t k = 1; k < n && node != nullptr; ++k) {
+            node = descend(node, path.components[k]);
+            if (k < static_cast<std::size_t>(hints::kMaxSteps)) nodes[k] = node;
+        }
+        if (node != nullptr && n <= static_cast<std::size_t>(hints::kMaxSteps)) {
+            hints::remember(start, path, up, nodes);
+        }
+        return node;
     }
 
     // A path of an owner-anchored name among the entities of the global scope: the last place
@@ -250,6 +520,7 @@ class kapTreeScope final : public kapExprScope {
 
     const kapParameter* owner_;
     bool inside_;
+    bool remember_;
 };
 
 kapExprValue from_parameter(const kapParameterPtr& p, const kapExprScope* scope) {
@@ -297,23 +568,46 @@ kapParameterPtr kapEvaluator::evaluate(const utString& text) const {
 
 bool kap_eval_active(const kapParameter& par) {
     const kapParameterImpl& impl = par.impl();
-    std::shared_ptr<const kapExprCompiled> compiled = impl.active_expr;
-    if (!compiled) {
-        compiled = kapExpr::compile(impl.active);
+    // The declaration holds its compiled condition; `held` keeps one alive that it does not.
+    std::shared_ptr<const kapExprCompiled> held;
+    const kapExprCompiled* compiled = impl.active_expr.get();
+    if (compiled == nullptr) {
+        held = kapExpr::compile(impl.active);
+        compiled = held.get();
         // Shared declarations are compiled when their prototype is sealed; only a declaration of
         // this node alone is filled in here.
-        if (!impl.pinned) impl.active_expr = compiled;
+        if (!impl.pinned) impl.active_expr = held;
     }
     if (!compiled->ok()) return true;  // a broken condition hides nothing
-    // Activity that reads itself (through active()) is a cycle: it counts as active.
-    kapExprGuard guard(reinterpret_cast<const char*>(&par) + 1);
-    if (!guard.ok()) return true;
-    kapTreeScope scope(&par);
-    const kapExprValue v = compiled->evaluate_bool(scope);
-    return v.is_error() ? true : v.boolean();
+    // A declaration that is pinned keeps its compiled condition for the life of the process.
+    const kapTreeScope scope(&par, /*inside=*/false, /*lasting=*/impl.pinned && held == nullptr);
+    // Activity that reads itself (through active(), or through a function that asks) is a cycle:
+    // it counts as active. A condition that calls nothing cannot come back here.
+    if (compiled->uses_active() || !compiled->calls().empty()) {
+        kapExprGuard guard(reinterpret_cast<const char*>(&par) + 1);
+        if (!guard.ok()) return true;
+        return compiled->evaluate_condition(scope) != 0;  // an error hides nothing
+    }
+    return compiled->evaluate_condition(scope) != 0;
 }
 
 double kap_eval_number(const kapParameter& par) {
+    if (par.is_expr()) {
+        std::shared_ptr<const kapExprCompiled> held;
+        const kapExprCompiled* compiled = compiled_value(*par.extra(), held);
+        const kapTreeScope scope(&par, /*inside=*/false, /*lasting=*/held == nullptr);
+        double x = 0.0;
+        bool unused;
+        // The quick way reads only plain values: it cannot come back to this parameter.
+        if (!compiled->uses_active()) {
+            const int quick = compiled->evaluate_quick(scope, false, x, unused);
+            if (quick >= 0) return quick == 1 ? x : 0.0;
+        }
+        kapExprGuard guard(&par);
+        if (!guard.ok()) return 0.0;
+        const kapExprValue v = compiled->evaluate_number(scope);
+        return v.is_number() ? v.number() : 0.0;
+    }
     const kapExprValue v = kapExpr::to_number(kapTreeScope::plain_value(&par));
     return v.is_number() ? v.number() : 0.0;
 }

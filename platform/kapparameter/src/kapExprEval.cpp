@@ -15,12 +15,14 @@ constexpr double rad_to_deg = 180.0 / std::numbers::pi;
 // Sum of the tree depths of the evaluations running on this thread (an expression's scope may
 // evaluate other expressions). Each level of a tree costs one frame of the recursive evaluator,
 // so this bounds the stack that nested evaluations can take.
+// The library is loaded with the host, so the static TLS model applies (and keeps these cheap).
 constexpr int eval_budget = 2048;
-thread_local int t_eval_depth = 0;
+__attribute__((tls_model("initial-exec"))) thread_local int t_eval_depth = 0;
 
 // Nodes being evaluated on this thread, innermost last (kapExprGuard).
-thread_local std::array<const void*, kapExpr::max_depth> t_guard_nodes{};
-thread_local int t_guard_count = 0;
+__attribute__((tls_model("initial-exec"))) thread_local std::array<const void*, kapExpr::max_depth>
+    t_guard_nodes{};
+__attribute__((tls_model("initial-exec"))) thread_local int t_guard_count = 0;
 
 bool iequal(std::string_view a, std::string_view b) noexcept {
     if (a.size() != b.size()) return false;
@@ -116,8 +118,122 @@ enum Fn : std::uint32_t {
 };
 // clang-format on
 
+// The built-in number function `fn` (one of abs .. log) of x (and y). False when it is not one
+// (`fault` null) or the result is not defined (`fault` says why).
+bool math(std::uint32_t fn, double x, double y, double& out, const char*& fault) noexcept {
+    constexpr const char* not_finite = "result is not a finite number";
+    auto finite = [&](double r) {
+        if (!std::isfinite(r)) {
+            fault = not_finite;
+            return false;
+        }
+        out = r;
+        return true;
+    };
+    auto domain = [&](const char* what) {
+        fault = what;
+        return false;
+    };
+    switch (static_cast<Fn>(fn)) {
+        case fn_abs:
+            return finite(std::fabs(x));
+        case fn_sqrt:
+            if (x < 0.0) return domain("sqrt() of a negative number");
+            return finite(std::sqrt(x));
+        case fn_sin:
+            return finite(sin_deg(x));
+        case fn_cos:
+            return finite(cos_deg(x));
+        case fn_tan: {
+            const double r = std::remainder(x, 180.0);  // [-90, 90]
+            if (r == 90.0 || r == -90.0) return domain("tan() of an odd multiple of 90");
+            if (r == 0.0) return finite(0.0);
+            if (r == 45.0) return finite(1.0);
+            if (r == -45.0) return finite(-1.0);
+            return finite(std::tan(r * deg_to_rad));
+        }
+        case fn_asin:
+            if (x < -1.0 || x > 1.0) return domain("asin() outside -1 to 1");
+            return finite(std::asin(x) * rad_to_deg);
+        case fn_acos:
+            if (x < -1.0 || x > 1.0) return domain("acos() outside -1 to 1");
+            return finite(std::acos(x) * rad_to_deg);
+        case fn_atan:
+            return finite(std::atan(x) * rad_to_deg);
+        case fn_atan2:
+            return finite(std::atan2(x, y) * rad_to_deg);
+        case fn_rad:
+            return finite(x * deg_to_rad);
+        case fn_deg:
+            return finite(x * rad_to_deg);
+        case fn_floor:
+            return finite(std::floor(x));
+        case fn_ceil:
+            return finite(std::ceil(x));
+        case fn_round:
+            return finite(std::round(x));
+        case fn_pow:
+            return finite(std::pow(x, y));
+        case fn_exp:
+            return finite(std::exp(x));
+        case fn_log:
+            if (x <= 0.0) return domain("log() of a number that is not positive");
+            return finite(std::log(x));
+        default:
+            return false;
+    }
+}
+
+// A plain value as a number / as a condition, by the language's rules; false when it is not one.
+bool scalar_number(const kapExprScalar& v, double& out) noexcept {
+    if (!v.is_text) {
+        out = v.number;
+        return true;
+    }
+    return read_number(v.text, out);
+}
+
+bool scalar_truth(const kapExprScalar& v, bool& out) noexcept {
+    if (!v.is_text) {
+        out = v.number != 0.0;
+        return true;
+    }
+    if (v.text.empty()) {
+        out = false;
+        return true;
+    }
+    double x;
+    if (!read_number(v.text, x)) return false;
+    out = x != 0.0;
+    return true;
+}
+
+// The order of two plain values (-1, 0, 1; for `equality` only whether it is 0): texts byte for
+// byte, else as numbers. False when they cannot be compared.
+bool order(const kapExprScalar& l, const kapExprScalar& r, bool equality, int& c) noexcept {
+    if (l.is_text && r.is_text) {
+        if (equality && l.text.size() != r.text.size()) {
+            c = 1;
+            return true;
+        }
+        const int k = l.text.compare(r.text);
+        c = k < 0 ? -1 : k > 0 ? 1 : 0;
+        return true;
+    }
+    double x = l.number, y = r.number;
+    if ((l.is_text && !read_number(l.text, x)) || (r.is_text && !read_number(r.text, y)))
+        return false;
+    c = x < y ? -1 : x > y ? 1 : 0;
+    return true;
+}
+
 }  // namespace
 
+// The evaluator works in two ways over the same tree. number() and truth() compute a node as a
+// double or a bool, recursing directly into the children that are numbers or conditions, so that
+// arithmetic, comparisons and connectives build no values; eval() answers a value (a node
+// reference, a text, an error ...) for the few places that need one. Both give the same answers
+// and the same errors.
 class kapExprEvaluator {
   public:
     using Op = kapExprCompiled::Op;
@@ -133,38 +249,28 @@ class kapExprEvaluator {
             case Op::name:
                 return name(nd);
             case Op::neg:
-            case Op::pos: {
-                double x;
-                kapExprValue e;
-                if (!number(nd.a, nd.offset, x, e)) return e;
-                return kapExprValue::from_number(nd.op == Op::neg ? -x : x);
-            }
-            case Op::lnot: {
-                bool x;
-                kapExprValue e;
-                if (!truth(nd.a, x, e)) return e;
-                return kapExprValue::from_bool(!x);
-            }
+            case Op::pos:
             case Op::mul:
             case Op::div:
             case Op::add:
-            case Op::sub:
-                return arithmetic(nd);
+            case Op::sub: {
+                double x;
+                kapExprValue e;
+                if (!number(i, nd.offset, x, e)) return e;
+                return kapExprValue::from_number(x);
+            }
+            case Op::lnot:
             case Op::eq:
             case Op::ne:
             case Op::lt:
             case Op::gt:
             case Op::le:
             case Op::ge:
-                return compare(nd);
             case Op::land:
             case Op::lor: {
                 bool x;
                 kapExprValue e;
-                if (!truth(nd.a, x, e)) return e;
-                // Short circuit: the right side is not evaluated when the left decides.
-                if (nd.op == Op::land ? !x : x) return kapExprValue::from_bool(x);
-                if (!truth(nd.b, x, e)) return e;
+                if (!truth(i, x, e)) return e;
                 return kapExprValue::from_bool(x);
             }
             case Op::builtin:
@@ -175,19 +281,53 @@ class kapExprEvaluator {
         return {};
     }
 
-  private:
-    // The plain value of node i: a node reference is asked of its scope.
-    kapExprValue plain(std::uint32_t i) const {
-        kapExprValue v = eval(i);
-        if (!v.is_node()) return v;
-        kapExprValue p = v.scope()->value_of(v.node());
-        if (p.is_node() || p.is_none())
-            return type_error("parameter has no value", c_.nodes_[i].offset);
-        p.set_error_offset_if_unknown(static_cast<int>(c_.nodes_[i].offset));
-        return p;
-    }
-
+    // Node i as a number; `at` is the offset reported when its value is not one.
     bool number(std::uint32_t i, std::uint32_t at, double& out, kapExprValue& err) const {
+        const Node& nd = c_.nodes_[i];
+        switch (nd.op) {
+            case Op::constant: {
+                const kapExprValue& v = c_.consts_[nd.a];
+                if (number_of(v, out)) return true;
+                err = type_error(describe(v) + " is not a number", at);
+                return false;
+            }
+            case Op::neg:
+            case Op::pos: {
+                double x;
+                if (!number(nd.a, nd.offset, x, err)) return false;
+                out = nd.op == Op::neg ? -x : x;
+                return true;
+            }
+            case Op::mul:
+            case Op::div:
+            case Op::add:
+            case Op::sub:
+                return arithmetic(nd, out, err);
+            case Op::lnot:
+            case Op::eq:
+            case Op::ne:
+            case Op::lt:
+            case Op::gt:
+            case Op::le:
+            case Op::ge:
+            case Op::land:
+            case Op::lor: {
+                bool x;
+                if (!truth(i, x, err)) return false;
+                out = x ? 1.0 : 0.0;
+                return true;
+            }
+            case Op::builtin:
+                if (nd.a != fn_select && nd.a != fn_active) return builtin_number(nd, out, err);
+                break;
+            case Op::name: {
+                kapExprScalar v;
+                if (s_.read(c_.names_[nd.a], v) && scalar_number(v, out)) return true;
+                break;
+            }
+            default:
+                break;
+        }
         kapExprValue v = plain(i);
         if (v.is_error()) {
             err = std::move(v);
@@ -198,25 +338,110 @@ class kapExprEvaluator {
         return false;
     }
 
+    // Node i as a condition.
     bool truth(std::uint32_t i, bool& out, kapExprValue& err) const {
+        const Node& nd = c_.nodes_[i];
+        switch (nd.op) {
+            case Op::constant: {
+                const kapExprValue& v = c_.consts_[nd.a];
+                if (truth_of(v, out)) return true;
+                err = type_error(describe(v) + " is not a condition", nd.offset);
+                return false;
+            }
+            case Op::lnot: {
+                bool x;
+                if (!truth(nd.a, x, err)) return false;
+                out = !x;
+                return true;
+            }
+            case Op::land:
+            case Op::lor: {
+                bool x;
+                if (!truth(nd.a, x, err)) return false;
+                // Short circuit: the right side is not evaluated when the left decides.
+                if (nd.op == Op::land ? !x : x) {
+                    out = x;
+                    return true;
+                }
+                return truth(nd.b, out, err);
+            }
+            case Op::eq:
+            case Op::ne:
+            case Op::lt:
+            case Op::gt:
+            case Op::le:
+            case Op::ge:
+                return compare(nd, out, err);
+            case Op::neg:
+            case Op::pos:
+            case Op::mul:
+            case Op::div:
+            case Op::add:
+            case Op::sub: {
+                double x;
+                if (!number(i, nd.offset, x, err)) return false;
+                out = x != 0.0;
+                return true;
+            }
+            case Op::name: {
+                kapExprScalar v;
+                if (s_.read(c_.names_[nd.a], v) && scalar_truth(v, out)) return true;
+                break;
+            }
+            default:
+                break;
+        }
         kapExprValue v = plain(i);
         if (v.is_error()) {
             err = std::move(v);
             return false;
         }
-        kapExprValue b = kapExpr::to_bool(v);
-        if (b.is_error()) {
-            err = type_error(describe(v) + " is not a condition", c_.nodes_[i].offset);
-            return false;
+        if (truth_of(v, out)) return true;
+        err = type_error(describe(v) + " is not a condition", nd.offset);
+        return false;
+    }
+
+    // The plain value of node i: a node reference is asked of its scope.
+    kapExprValue plain(std::uint32_t i) const {
+        const Node& nd = c_.nodes_[i];
+        kapExprValue v = nd.op == Op::name ? name(nd) : eval(i);
+        if (!v.is_node()) return v;
+        kapExprValue p = v.scope()->value_of(v.node());
+        if (p.is_node() || p.is_none()) return type_error("parameter has no value", nd.offset);
+        p.set_error_offset_if_unknown(static_cast<int>(nd.offset));
+        return p;
+    }
+
+  private:
+    // The plain value of node i, as a reference to the constant itself or to `tmp`.
+    const kapExprValue& operand(std::uint32_t i, kapExprValue& tmp) const {
+        const Node& nd = c_.nodes_[i];
+        if (nd.op == Op::constant) return c_.consts_[nd.a];
+        tmp = plain(i);
+        return tmp;
+    }
+
+    // A plain value as a condition: numbers and booleans, texts that read as numbers or
+    // "true"/"false"; an empty text is false.
+    static bool truth_of(const kapExprValue& v, bool& out) noexcept {
+        if (v.is_text() && v.text().empty()) {
+            out = false;
+            return true;
         }
-        out = b.boolean();
+        double x;
+        if (!number_of(v, x)) return false;
+        out = x != 0.0;
         return true;
     }
 
-    static kapExprValue finite(double r, std::uint32_t at) {
-        if (std::isfinite(r)) return kapExprValue::from_number(r);
-        return kapExprValue::from_error(kapExprErrDomain, "result is not a finite number",
-                                        static_cast<int>(at));
+    static bool finite(double r, std::uint32_t at, double& out, kapExprValue& err) {
+        if (std::isfinite(r)) {
+            out = r;
+            return true;
+        }
+        err = kapExprValue::from_error(kapExprErrDomain, "result is not a finite number",
+                                       static_cast<int>(at));
+        return false;
     }
 
     kapExprValue name(const Node& nd) const {
@@ -231,73 +456,98 @@ class kapExprEvaluator {
         return v;
     }
 
-    kapExprValue arithmetic(const Node& nd) const {
+    bool arithmetic(const Node& nd, double& out, kapExprValue& err) const {
         double x, y;
-        kapExprValue e;
-        if (!number(nd.a, nd.offset, x, e) || !number(nd.b, nd.offset, y, e)) return e;
+        if (!number(nd.a, nd.offset, x, err) || !number(nd.b, nd.offset, y, err)) return false;
         switch (nd.op) {
             case Op::mul:
-                return finite(x * y, nd.offset);
+                return finite(x * y, nd.offset, out, err);
             case Op::add:
-                return finite(x + y, nd.offset);
+                return finite(x + y, nd.offset, out, err);
             case Op::sub:
-                return finite(x - y, nd.offset);
+                return finite(x - y, nd.offset, out, err);
             default:
                 break;
         }
         if (y == 0.0) {
-            return kapExprValue::from_error(kapExprErrDivideByZero, "division by zero",
-                                            static_cast<int>(nd.offset));
+            err = kapExprValue::from_error(kapExprErrDivideByZero, "division by zero",
+                                           static_cast<int>(nd.offset));
+            return false;
         }
-        return finite(x / y, nd.offset);
+        return finite(x / y, nd.offset, out, err);
     }
 
-    kapExprValue compare(const Node& nd) const {
-        const kapExprValue l = plain(nd.a);
-        if (l.is_error()) return l;
-        const kapExprValue r = plain(nd.b);
-        if (r.is_error()) return r;
-        int c = 0;
-        if (l.is_text() && r.is_text()) {
-            const int k = l.text().compare(r.text());
-            c = k < 0 ? -1 : k > 0 ? 1 : 0;
+    // Node i as a scalar in one step: a constant, or a name the scope reads directly.
+    bool scalar(std::uint32_t i, kapExprScalar& out) const {
+        const Node& nd = c_.nodes_[i];
+        if (nd.op == Op::name) return s_.read(c_.names_[nd.a], out);
+        if (nd.op != Op::constant) return false;
+        const kapExprValue& v = c_.consts_[nd.a];
+        out.is_text = v.is_text();
+        if (out.is_text) {
+            out.text = v.text();
         } else {
-            double x, y;
-            if (!number_of(l, x) || !number_of(r, y))
-                return type_error("cannot compare " + describe(l) + " with " + describe(r),
-                                  nd.offset);
-            c = x < y ? -1 : x > y ? 1 : 0;
+            out.number = v.number();
         }
-        bool res = false;
+        return v.is_text() || v.is_number() || v.is_bool();
+    }
+
+    bool compare(const Node& nd, bool& out, kapExprValue& err) const {
+        int c = 0;
+        kapExprScalar ls, rs;
+        const bool equality = nd.op == Op::eq || nd.op == Op::ne;
+        if (!(scalar(nd.a, ls) && scalar(nd.b, rs) && order(ls, rs, equality, c))) {
+            // The general way, which also says what went wrong.
+            kapExprValue lt, rt;
+            const kapExprValue& l = operand(nd.a, lt);
+            if (l.is_error()) {
+                err = l;
+                return false;
+            }
+            const kapExprValue& r = operand(nd.b, rt);
+            if (r.is_error()) {
+                err = r;
+                return false;
+            }
+            if (l.is_text() && r.is_text()) {
+                const int k = l.text().compare(r.text());
+                c = k < 0 ? -1 : k > 0 ? 1 : 0;
+            } else {
+                double x, y;
+                if (!number_of(l, x) || !number_of(r, y)) {
+                    err = type_error("cannot compare " + describe(l) + " with " + describe(r),
+                                     nd.offset);
+                    return false;
+                }
+                c = x < y ? -1 : x > y ? 1 : 0;
+            }
+        }
         switch (nd.op) {
             case Op::eq:
-                res = c == 0;
+                out = c == 0;
                 break;
             case Op::ne:
-                res = c != 0;
+                out = c != 0;
                 break;
             case Op::lt:
-                res = c < 0;
+                out = c < 0;
                 break;
             case Op::gt:
-                res = c > 0;
+                out = c > 0;
                 break;
             case Op::le:
-                res = c <= 0;
-                break;
-            case Op::ge:
-                res = c >= 0;
+                out = c <= 0;
                 break;
             default:
+                out = c >= 0;
                 break;
         }
-        return kapExprValue::from_bool(res);
+        return true;
     }
 
     std::uint32_t arg(const Node& nd, std::uint32_t k) const { return c_.args_[nd.b + k]; }
 
     kapExprValue builtin(const Node& nd) const {
-        const std::uint32_t at = nd.offset;
         switch (static_cast<Fn>(nd.a)) {
             case fn_select: {
                 bool x;
@@ -307,77 +557,37 @@ class kapExprEvaluator {
             }
             case fn_active:
                 return active(c_.nodes_[arg(nd, 0)]);
-            case fn_min:
-            case fn_max: {
-                double best = 0.0;
-                for (std::uint32_t k = 0; k < nd.n; ++k) {
-                    double x;
-                    kapExprValue e;
-                    if (!number(arg(nd, k), at, x, e)) return e;
-                    if (k == 0 || (nd.a == fn_min ? x < best : x > best)) best = x;
-                }
-                return kapExprValue::from_number(best);
-            }
             default:
                 break;
+        }
+        double x;
+        kapExprValue e;
+        if (!builtin_number(nd, x, e)) return e;
+        return kapExprValue::from_number(x);
+    }
+
+    // The built-ins that answer numbers: all but select() and active().
+    bool builtin_number(const Node& nd, double& out, kapExprValue& err) const {
+        const std::uint32_t at = nd.offset;
+        if (nd.a == fn_min || nd.a == fn_max) {
+            double best = 0.0;
+            for (std::uint32_t k = 0; k < nd.n; ++k) {
+                double x;
+                if (!number(arg(nd, k), at, x, err)) return false;
+                if (k == 0 || (nd.a == fn_min ? x < best : x > best)) best = x;
+            }
+            out = best;
+            return true;
         }
         double x, y = 0.0;
-        kapExprValue e;
-        if (!number(arg(nd, 0), at, x, e)) return e;
-        if (nd.n > 1 && !number(arg(nd, 1), at, y, e)) return e;
-        auto domain = [&](const char* what) {
-            return kapExprValue::from_error(kapExprErrDomain, what, static_cast<int>(at));
-        };
-        switch (static_cast<Fn>(nd.a)) {
-            case fn_abs:
-                return kapExprValue::from_number(std::fabs(x));
-            case fn_sqrt:
-                if (x < 0.0) return domain("sqrt() of a negative number");
-                return kapExprValue::from_number(std::sqrt(x));
-            case fn_sin:
-                return finite(sin_deg(x), at);
-            case fn_cos:
-                return finite(cos_deg(x), at);
-            case fn_tan: {
-                const double r = std::remainder(x, 180.0);  // [-90, 90]
-                if (r == 90.0 || r == -90.0) return domain("tan() of an odd multiple of 90");
-                if (r == 0.0) return kapExprValue::from_number(0.0);
-                if (r == 45.0) return kapExprValue::from_number(1.0);
-                if (r == -45.0) return kapExprValue::from_number(-1.0);
-                return finite(std::tan(r * deg_to_rad), at);
-            }
-            case fn_asin:
-                if (x < -1.0 || x > 1.0) return domain("asin() outside -1 to 1");
-                return kapExprValue::from_number(std::asin(x) * rad_to_deg);
-            case fn_acos:
-                if (x < -1.0 || x > 1.0) return domain("acos() outside -1 to 1");
-                return kapExprValue::from_number(std::acos(x) * rad_to_deg);
-            case fn_atan:
-                return kapExprValue::from_number(std::atan(x) * rad_to_deg);
-            case fn_atan2:
-                return kapExprValue::from_number(std::atan2(x, y) * rad_to_deg);
-            case fn_rad:
-                return finite(x * deg_to_rad, at);
-            case fn_deg:
-                return finite(x * rad_to_deg, at);
-            case fn_floor:
-                return kapExprValue::from_number(std::floor(x));
-            case fn_ceil:
-                return kapExprValue::from_number(std::ceil(x));
-            case fn_round:
-                return kapExprValue::from_number(std::round(x));
-            case fn_pow:
-                return finite(std::pow(x, y), at);
-            case fn_exp:
-                return finite(std::exp(x), at);
-            case fn_log:
-                if (x <= 0.0) return domain("log() of a number that is not positive");
-                return kapExprValue::from_number(std::log(x));
-            default:
-                break;
-        }
-        return kapExprValue::from_error(kapExprErrBadCall, "unknown function",
-                                        static_cast<int>(at));
+        if (!number(arg(nd, 0), at, x, err)) return false;
+        if (nd.n > 1 && !number(arg(nd, 1), at, y, err)) return false;
+        const char* fault = nullptr;
+        if (math(nd.a, x, y, out, fault)) return true;
+        const int code = fault == nullptr ? kapExprErrBadCall : kapExprErrDomain;
+        err = kapExprValue::from_error(code, fault == nullptr ? "unknown function" : fault,
+                                       static_cast<int>(at));
+        return false;
     }
 
     // active(X): whether X is active. A name that nothing answers is not active; a plain value
@@ -460,20 +670,375 @@ kapExprValue kapExprCompiled::evaluate(const kapExprScope& scope) const {
     return kapExprEvaluator(*this, scope).eval(root_);
 }
 
+namespace {
+
+// A value on the stack of the postfix program. Left uninitialised: the program writes a slot
+// before it reads it.
+struct FastSlot {
+    double number;
+    const char* data;
+    std::uint32_t size;
+    std::uint8_t kind;  // 0 number, 1 boolean, 2 text
+};
+
+constexpr std::uint8_t kNumber = 0, kBool = 1, kText = 2;
+
+[[gnu::always_inline]] inline bool slot_number(const FastSlot& s, double& x) noexcept {
+    if (s.kind != kText) {
+        x = s.number;
+        return true;
+    }
+    return read_number(std::string_view(s.data, s.size), x);
+}
+
+[[gnu::always_inline]] inline bool slot_truth(const FastSlot& s, bool& b) noexcept {
+    if (s.kind != kText) {
+        b = s.number != 0.0;
+        return true;
+    }
+    if (s.size == 0) {
+        b = false;
+        return true;
+    }
+    double x;
+    if (!read_number(std::string_view(s.data, s.size), x)) return false;
+    b = x != 0.0;
+    return true;
+}
+
+// As order() over two slots.
+[[gnu::always_inline]] inline bool slot_order(const FastSlot& l, const FastSlot& r, bool equality,
+                                              int& c) noexcept {
+    if (l.kind == kText && r.kind == kText) {
+        if (l.size != r.size && equality) {
+            c = 1;
+            return true;
+        }
+        const int k = std::string_view(l.data, l.size).compare(std::string_view(r.data, r.size));
+        c = k < 0 ? -1 : k > 0 ? 1 : 0;
+        return true;
+    }
+    double x, y;
+    if (!slot_number(l, x) || !slot_number(r, y)) return false;
+    c = x < y ? -1 : x > y ? 1 : 0;
+    return true;
+}
+
+inline void set_number(FastSlot& s, double x) noexcept {
+    s.number = x;
+    s.kind = kNumber;
+}
+inline void set_bool(FastSlot& s, bool b) noexcept {
+    s.number = b ? 1.0 : 0.0;
+    s.kind = kBool;
+}
+
+}  // namespace
+
+// The postfix program. Every step is one the tree evaluation takes as well, in the same order, so
+// giving up half way and evaluating the tree gives the same answer; the program only saves the
+// values, the recursion and the messages.
+kapExprCompiled::FastEnd kapExprCompiled::run_fast(const kapExprScope& scope, bool as_bool,
+                                                   double& number, bool& truth) const {
+    FastSlot st[fast_stack];
+    FastSlot* top = st - 1;  // the slot on top
+    const Fast* code = fast_.data();
+    const Fast* const end = code + fast_.size();
+    for (const Fast* f = code; f < end; ++f) {
+        switch (f->op) {
+            case FastOp::constant: {
+                const kapExprValue& v = consts_[f->a];
+                ++top;
+                if (v.is_text()) {
+                    top->kind = kText;
+                    top->data = v.text().data();
+                    top->size = static_cast<std::uint32_t>(v.text().size());
+                } else {
+                    top->kind = v.is_bool() ? kBool : kNumber;
+                    top->number = v.number();
+                }
+                break;
+            }
+            case FastOp::name: {
+                kapExprScalar v;
+                if (!scope.read(names_[f->a], v)) return fast_general;
+                ++top;
+                if (v.is_text) {
+                    if (v.text.size() > 0xffffffffu) return fast_general;
+                    top->kind = kText;
+                    top->data = v.text.data();
+                    top->size = static_cast<std::uint32_t>(v.text.size());
+                } else {
+                    set_number(*top, v.number);
+                }
+                break;
+            }
+            case FastOp::compare: {
+                kapExprScalar v;
+                if (!scope.read(names_[f->a], v)) return fast_general;
+                FastSlot n, k;
+                if (v.is_text) {
+                    if (v.text.size() > 0xffffffffu) return fast_general;
+                    n.kind = kText;
+                    n.data = v.text.data();
+                    n.size = static_cast<std::uint32_t>(v.text.size());
+                } else {
+                    set_number(n, v.number);
+                }
+                const kapExprValue& c = consts_[f->b];
+                if (c.is_text()) {
+                    k.kind = kText;
+                    k.data = c.text().data();
+                    k.size = static_cast<std::uint32_t>(c.text().size());
+                } else {
+                    set_number(k, c.number());
+                }
+                const int how = f->n & 7;
+                const bool swapped = (f->n & fast_swapped) != 0;
+                int o;
+                if (!slot_order(swapped ? k : n, swapped ? n : k, how < 2, o)) return fast_error;
+                bool r;
+                switch (how) {
+                    case 0:
+                        r = o == 0;
+                        break;
+                    case 1:
+                        r = o != 0;
+                        break;
+                    case 2:
+                        r = o < 0;
+                        break;
+                    case 3:
+                        r = o > 0;
+                        break;
+                    case 4:
+                        r = o <= 0;
+                        break;
+                    default:
+                        r = o >= 0;
+                        break;
+                }
+                ++top;
+                set_bool(*top, r);
+                break;
+            }
+            case FastOp::neg:
+            case FastOp::pos: {
+                double x;
+                if (!slot_number(*top, x)) return fast_error;
+                set_number(*top, f->op == FastOp::neg ? -x : x);
+                break;
+            }
+            case FastOp::lnot:
+            case FastOp::to_bool: {
+                bool b;
+                if (!slot_truth(*top, b)) return fast_error;
+                set_bool(*top, f->op == FastOp::lnot ? !b : b);
+                break;
+            }
+            case FastOp::mul:
+            case FastOp::div:
+            case FastOp::add:
+            case FastOp::sub: {
+                double x, y;
+                if (!slot_number(top[-1], x) || !slot_number(top[0], y)) return fast_error;
+                double r;
+                switch (f->op) {
+                    case FastOp::mul:
+                        r = x * y;
+                        break;
+                    case FastOp::add:
+                        r = x + y;
+                        break;
+                    case FastOp::sub:
+                        r = x - y;
+                        break;
+                    default:
+                        if (y == 0.0) return fast_error;
+                        r = x / y;
+                        break;
+                }
+                if (!std::isfinite(r)) return fast_error;
+                --top;
+                set_number(*top, r);
+                break;
+            }
+            case FastOp::eq:
+            case FastOp::ne: {
+                int c;
+                if (!slot_order(top[-1], top[0], true, c)) return fast_error;
+                --top;
+                set_bool(*top, (c == 0) == (f->op == FastOp::eq));
+                break;
+            }
+            case FastOp::lt:
+            case FastOp::gt:
+            case FastOp::le:
+            case FastOp::ge: {
+                int c;
+                if (!slot_order(top[-1], top[0], false, c)) return fast_error;
+                bool b;
+                switch (f->op) {
+                    case FastOp::lt:
+                        b = c < 0;
+                        break;
+                    case FastOp::gt:
+                        b = c > 0;
+                        break;
+                    case FastOp::le:
+                        b = c <= 0;
+                        break;
+                    default:
+                        b = c >= 0;
+                        break;
+                }
+                --top;
+                set_bool(*top, b);
+                break;
+            }
+            case FastOp::and_jump:
+            case FastOp::or_jump: {
+                bool b;
+                if (!slot_truth(*top, b)) return fast_error;
+                if (b == (f->op == FastOp::or_jump)) {
+                    set_bool(*top, b);
+                    f = code + f->a - 1;  // the loop steps on to f->a
+                } else {
+                    --top;
+                }
+                break;
+            }
+            case FastOp::select_jump: {
+                bool b;
+                if (!slot_truth(*top, b)) return fast_error;
+                --top;
+                if (!b) f = code + f->a - 1;
+                break;
+            }
+            case FastOp::jump:
+                f = code + f->a - 1;
+                break;
+            case FastOp::min:
+            case FastOp::max: {
+                FastSlot* first = top - (f->n - 1);
+                double best = 0.0;
+                for (int k = 0; k < f->n; ++k) {
+                    double x;
+                    if (!slot_number(first[k], x)) return fast_error;
+                    if (k == 0 || (f->op == FastOp::min ? x < best : x > best)) best = x;
+                }
+                top = first;
+                set_number(*top, best);
+                break;
+            }
+            case FastOp::math: {
+                FastSlot* first = top - (f->n - 1);
+                double x, y = 0.0, r;
+                const char* fault = nullptr;
+                if (!slot_number(first[0], x)) return fast_error;
+                if (f->n > 1 && !slot_number(first[1], y)) return fast_error;
+                if (!math(f->a, x, y, r, fault)) return fast_error;
+                top = first;
+                set_number(*top, r);
+                break;
+            }
+            case FastOp::active: {
+                const kapExprValue v = scope.resolve(names_[f->a]);
+                bool b = true;
+                if (v.is_none() || v.error_code() == kapExprErrUnknownName) {
+                    b = false;
+                } else if (v.is_error()) {
+                    return fast_error;
+                } else if (v.is_node()) {
+                    b = v.scope()->is_active(v.node());
+                }
+                ++top;
+                set_bool(*top, b);
+                break;
+            }
+        }
+    }
+    if (top != st) return fast_general;
+    const bool ok = as_bool ? slot_truth(st[0], truth) : slot_number(st[0], number);
+    return ok ? fast_done : fast_error;
+}
+
 kapExprValue kapExprCompiled::evaluate_number(const kapExprScope& scope) const {
-    kapExprValue v = kapExpr::to_number(evaluate(scope));
-    if (ok()) v.set_error_offset_if_unknown(static_cast<int>(nodes_[root_].offset));
-    return v;
+    if (!ok()) return kapExprValue::from_error(error_);
+    const int at = static_cast<int>(nodes_[root_].offset);
+    EvalDepth guard(depth_);
+    if (!guard.ok())
+        return kapExprValue::from_error(kapExprErrTooDeep, "expressions nested too deeply", at);
+    double x;
+    bool unused;
+    if (!fast_.empty() && run_fast(scope, false, x, unused) == fast_done)
+        return kapExprValue::from_number(x);
+    kapExprValue e;
+    if (kapExprEvaluator(*this, scope).number(root_, nodes_[root_].offset, x, e))
+        return kapExprValue::from_number(x);
+    e.set_error_offset_if_unknown(at);
+    return e;
 }
 
 kapExprValue kapExprCompiled::evaluate_bool(const kapExprScope& scope) const {
-    kapExprValue v = kapExpr::to_bool(evaluate(scope));
-    if (ok()) v.set_error_offset_if_unknown(static_cast<int>(nodes_[root_].offset));
-    return v;
+    if (!ok()) return kapExprValue::from_error(error_);
+    const int at = static_cast<int>(nodes_[root_].offset);
+    EvalDepth guard(depth_);
+    if (!guard.ok())
+        return kapExprValue::from_error(kapExprErrTooDeep, "expressions nested too deeply", at);
+    bool x;
+    double unused;
+    if (!fast_.empty() && run_fast(scope, true, unused, x) == fast_done)
+        return kapExprValue::from_bool(x);
+    kapExprValue e;
+    if (kapExprEvaluator(*this, scope).truth(root_, x, e)) return kapExprValue::from_bool(x);
+    e.set_error_offset_if_unknown(at);
+    return e;
+}
+
+int kapExprCompiled::evaluate_quick(const kapExprScope& scope, bool as_bool, double& number,
+                                    bool& truth) const {
+    if (!ok()) return 0;
+    if (fast_.empty()) return -1;
+    switch (run_fast(scope, as_bool, number, truth)) {
+        case fast_done:
+            return 1;
+        case fast_error:
+            return 0;
+        case fast_general:
+            break;
+    }
+    return -1;
+}
+
+int kapExprCompiled::evaluate_condition(const kapExprScope& scope) const {
+    if (!ok()) return -1;
+    bool x;
+    double unused;
+    if (!fast_.empty() && !uses_active_) {
+        // The program alone cannot nest evaluations: no depth to count.
+        const FastEnd end = run_fast(scope, true, unused, x);
+        if (end == fast_done) return x ? 1 : 0;
+        if (end == fast_error) return -1;
+    }
+    EvalDepth guard(depth_);
+    if (!guard.ok()) return -1;
+    if (!fast_.empty() && uses_active_) {
+        const FastEnd end = run_fast(scope, true, unused, x);
+        if (end == fast_done) return x ? 1 : 0;
+        if (end == fast_error) return -1;
+    }
+    kapExprValue e;
+    if (kapExprEvaluator(*this, scope).truth(root_, x, e)) return x ? 1 : 0;
+    return -1;
 }
 
 // ---------------------------------------------------------------------------------------------
 // kapExprGuard
+
+bool kapExprScope::read(const kapExprPath&, kapExprScalar&) const {
+    return false;
+}
 
 kapExprGuard::kapExprGuard(const void* node) noexcept {
     for (int i = 0; i < t_guard_count; ++i) {
@@ -504,40 +1069,11 @@ kapExprValue kapExprGuard::error() const {
 // ---------------------------------------------------------------------------------------------
 // kapExprValue
 
-kapExprValue kapExprValue::from_number(double v) noexcept {
-    kapExprValue r;
-    r.type_ = Type::number;
-    r.num_ = v;
-    return r;
-}
-
-kapExprValue kapExprValue::from_bool(bool v) noexcept {
-    kapExprValue r;
-    r.type_ = Type::boolean;
-    r.num_ = v ? 1.0 : 0.0;
-    return r;
-}
-
-kapExprValue kapExprValue::from_text(std::string_view borrowed) noexcept {
-    kapExprValue r;
-    r.type_ = Type::text;
-    r.text_ = borrowed;
-    return r;
-}
-
 kapExprValue kapExprValue::from_owned_text(std::string text) {
     kapExprValue r;
     r.type_ = Type::text;
     r.own_ = std::make_shared<const std::string>(std::move(text));
     r.text_ = *r.own_;
-    return r;
-}
-
-kapExprValue kapExprValue::from_node(const void* node, const kapExprScope* scope) noexcept {
-    kapExprValue r;
-    r.type_ = Type::node;
-    r.ptr_ = node;
-    r.scope_ = scope;
     return r;
 }
 
@@ -553,10 +1089,6 @@ kapExprValue kapExprValue::from_error(int code, std::string message, int offset)
 
 kapExprValue kapExprValue::from_error(const kapExprError& e) {
     return from_error(e.code, e.message, e.offset);
-}
-
-double kapExprValue::number() const noexcept {
-    return (type_ == Type::number || type_ == Type::boolean) ? num_ : 0.0;
 }
 
 kapExprError kapExprValue::error() const {

@@ -120,12 +120,33 @@ class kapExprValue {
     enum class Type : std::uint8_t { none, number, boolean, text, node, error };
 
     kapExprValue() noexcept = default;
-    static kapExprValue from_number(double v) noexcept;
-    static kapExprValue from_bool(bool v) noexcept;
-    static kapExprValue from_text(std::string_view borrowed) noexcept;
+    static kapExprValue from_number(double v) noexcept {
+        kapExprValue r;
+        r.type_ = Type::number;
+        r.num_ = v;
+        return r;
+    }
+    static kapExprValue from_bool(bool v) noexcept {
+        kapExprValue r;
+        r.type_ = Type::boolean;
+        r.num_ = v ? 1.0 : 0.0;
+        return r;
+    }
+    static kapExprValue from_text(std::string_view borrowed) noexcept {
+        kapExprValue r;
+        r.type_ = Type::text;
+        r.text_ = borrowed;
+        return r;
+    }
     static kapExprValue from_owned_text(std::string text);
     // A node of `scope`; the scope keeps it alive until the evaluation's answer is used.
-    static kapExprValue from_node(const void* node, const kapExprScope* scope) noexcept;
+    static kapExprValue from_node(const void* node, const kapExprScope* scope) noexcept {
+        kapExprValue r;
+        r.type_ = Type::node;
+        r.ptr_ = node;
+        r.scope_ = scope;
+        return r;
+    }
     static kapExprValue from_error(int code, std::string message, int offset = -1);
     static kapExprValue from_error(const kapExprError& e);
 
@@ -138,7 +159,9 @@ class kapExprValue {
     bool is_error() const noexcept { return type_ == Type::error; }
 
     // number: the number; boolean: 0 or 1; anything else 0.
-    double number() const noexcept;
+    double number() const noexcept {
+        return (type_ == Type::number || type_ == Type::boolean) ? num_ : 0.0;
+    }
     // boolean: itself; number: non-zero; anything else false.
     bool boolean() const noexcept { return number() != 0.0; }
     // text: the text; error: the message; anything else empty.
@@ -164,11 +187,25 @@ class kapExprValue {
     std::shared_ptr<const std::string> own_;  // owned texts and error messages
 };
 
+// A plain value read in one step (kapExprScope::read): a number (booleans as 0 and 1) or a text
+// borrowed for the evaluation.
+struct kapExprScalar {
+    bool is_text = false;
+    double number = 0.0;
+    std::string_view text;
+};
+
 // What an expression is evaluated against; the parameter framework implements it for the
 // parameter that owns the expression.
 class kapExprScope {
   public:
     virtual ~kapExprScope() = default;
+    // The plain value of a name path in one step, for comparisons, arithmetic and conditions:
+    // true with a number or a text (which must stay valid while the evaluation runs) when the
+    // path names a parameter whose value is simply that; false to let the evaluator take the
+    // general way (resolve, then value_of), which must give the same value. Answering false is
+    // always right; this base does.
+    virtual bool read(const kapExprPath& path, kapExprScalar& out) const;
     // The value of a name path: a node reference (usual), a plain value, or an error value
     // (kapExprErrUnknownName when nothing answers). Offsets may be left -1: the evaluator sets
     // them.
@@ -210,6 +247,15 @@ struct kapExprCompiled {
     // serve as one). Node references are turned into values through their scope.
     kapExprValue evaluate_number(const kapExprScope& scope) const;
     kapExprValue evaluate_bool(const kapExprScope& scope) const;
+    // evaluate_bool without building an error value: 1 true, 0 false, -1 an error of any kind.
+    int evaluate_condition(const kapExprScope& scope) const;
+    // A quick evaluation that nests no other evaluation (unless the text calls active()) and
+    // builds no value: 1 with the answer (a number, or a condition when `as_bool`), 0 when the
+    // full evaluation would answer an error, -1 when only the full evaluation can answer (a name
+    // the scope does not read in one step, a call).
+    int evaluate_quick(const kapExprScope& scope, bool as_bool, double& number, bool& truth) const;
+    // Whether the text calls active(): its answer may depend on the activity of parameters.
+    bool uses_active() const noexcept { return uses_active_; }
 
   private:
     friend class kapExprParser;
@@ -246,6 +292,42 @@ struct kapExprCompiled {
     std::vector<kapExprPath> calls_;
     std::uint32_t root_ = 0;
     int depth_ = 0;
+    bool uses_active_ = false;
+
+    // The same expression as a postfix program over plain values, for evaluate_number and
+    // evaluate_bool; empty when the expression has a part it does not cover (calls, a stack
+    // deeper than fast_stack). It reads names with kapExprScope::read and gives up (the tree is
+    // then evaluated) at anything other than a plain answer: an error, a name it cannot read.
+    // clang-format off
+    enum class FastOp : std::uint8_t {
+        constant, name,            // push consts_[a] / the value of names_[a]
+        compare,                   // push names_[a] compared with consts_[b] (n: how, below)
+        neg, pos, lnot, to_bool,
+        mul, div, add, sub,
+        eq, ne, lt, gt, le, ge,
+        and_jump, or_jump,         // the condition on top decides: jump to a keeping it, or pop
+        select_jump, jump,         // pop a condition and jump to a when false / jump to a
+        min, max,                  // over the top n
+        math,                      // built-in number function a over the top n (1 or 2)
+        active,                    // push whether names_[a] is active
+    };
+    // clang-format on
+    struct Fast {
+        FastOp op;
+        std::uint8_t n = 0;
+        std::uint32_t a = 0;
+        std::uint32_t b = 0;
+    };
+    // compare: n is the comparison (0 ==, 1 !=, 2 <, 3 >, 4 <=, 5 >=), plus 8 when the constant
+    // is on the left.
+    static constexpr std::uint8_t fast_swapped = 8;
+    static constexpr int fast_stack = 16;
+    std::vector<Fast> fast_;
+
+    // What run_fast came to: an answer, an error (the tree evaluation errs at the same step), or
+    // a part that only the tree evaluation answers.
+    enum FastEnd : int { fast_done, fast_error, fast_general };
+    FastEnd run_fast(const kapExprScope& scope, bool as_bool, double& number, bool& truth) const;
 };
 
 // Marks a node as being evaluated on this thread while the guard lives, so that an expression
