@@ -254,8 +254,16 @@ TEST(Blocks, RenamedChildrenAreFoundByTheirNewNames) {
     EXPECT_DOUBLE_EQ(root->find("blk.Limits.lower")->get_double(), -5);
     EXPECT_TRUE(root->find("Block.Limits.XMin")->is_error());
     EXPECT_DOUBLE_EQ(root->find("Block.Limits.XMax")->get_double(), 5);
+    // A declaration of another name attached to a child renames it too.
+    kapParameterImplPtr decl(new kapParameterImpl());
+    decl->name = "Widest";
+    decl->subtype = kapSubTypeReal;
+    root->find("Block.Diameter")->set_impl(decl);
+    EXPECT_DOUBLE_EQ(root->find("Block.widest")->get_double(), 10);
+    EXPECT_TRUE(root->find("Block.Diameter")->is_error());
     // The prototype and other copies keep the declared names.
     EXPECT_DOUBLE_EQ(instance()->find("Block.Limits.XMin")->get_double(), -5);
+    EXPECT_DOUBLE_EQ(instance()->find("Block.Diameter")->get_double(), 10);
     EXPECT_TRUE(prototype().find("blk")->is_error());
 }
 

@@ -232,7 +232,8 @@ struct Arena {
     char* block = nullptr;
     char* next = nullptr;
     char* end = nullptr;
-    std::size_t planned = 0;  // bytes the copy is still expected to take
+    std::size_t planned = 0;  // bytes the copy is expected to take in all
+    std::size_t used = 0;     // bytes taken in the blocks before this one
 };
 
 void block_release(char* block) noexcept {
@@ -241,8 +242,11 @@ void block_release(char* block) noexcept {
 }
 
 void arena_open(Arena& a, std::size_t need) {
+    if (a.block != nullptr)
+        a.used += static_cast<std::size_t>(a.next - a.block) - sizeof(BlockHead);
     // Past the plan (nodes the copy did not foresee), blocks of at least 1 KiB.
-    const std::size_t want = std::max({a.planned, need, std::size_t{1024}});
+    const std::size_t left = a.planned > a.used ? a.planned - a.used : 0;
+    const std::size_t want = std::max({left, need, std::size_t{1024}});
     const std::size_t bytes = std::min(want + sizeof(BlockHead), kMaxBlockBytes);
     char* b = static_cast<char*>(::operator new(bytes));
     new (b) BlockHead{1, 0};
@@ -261,7 +265,6 @@ char* arena_take(Arena& a, std::size_t size) {
     }
     char* p = a.next;
     a.next += size;
-    a.planned = a.planned > size ? a.planned - size : 0;
     return p;
 }
 
@@ -314,11 +317,12 @@ kapParameterPtr kapParameterPtr::operator[](const kapParameterKey& key) const {
 // ---------------------------------------------------------------------------------------------
 // kapParameter
 
-void* kapParameter::operator new(std::size_t size) {
-    static_assert(kMaxBlockBytes / kUnit < (std::size_t{1} << (32 - kBlockShift)));
-    size = (size + kUnit - 1) & ~(kUnit - 1);
-    std::uint32_t bits = kHeapFlag;
-    if (size / kUnit < 256) bits |= static_cast<std::uint32_t>(size / kUnit) << kSizeShift;
+namespace {
+
+constexpr unsigned kBlockBits = 16;  // kapParameter::kBlockShift
+
+// kapParameter::operator new past its common case: no deep copy running, or its block full.
+__attribute__((noinline)) void* new_node_slow(std::size_t size, std::uint32_t bits) {
     NewState& s = t_new;
     // Past kMaxPending constructions pending at once (never in practice), a node is made on the
     // heap and owned by nobody.
@@ -327,13 +331,35 @@ void* kapParameter::operator new(std::size_t size) {
     if (Arena* a = s.arena) {
         if (char* q = arena_take(*a, size)) {
             ++reinterpret_cast<BlockHead*>(a->block)->live;
-            bits |= static_cast<std::uint32_t>((q - a->block) / kUnit) << kBlockShift;
+            bits |= static_cast<std::uint32_t>((q - a->block) / kUnit) << kBlockBits;
             p = q;
         }
     }
     if (p == nullptr) p = ::operator new(size);
     s.pending[s.count++] = Pending{p, bits};
     return p;
+}
+
+}  // namespace
+
+void* kapParameter::operator new(std::size_t size) {
+    static_assert(kBlockBits == kBlockShift);
+    static_assert(kMaxBlockBytes / kUnit < (std::size_t{1} << (32 - kBlockShift)));
+    size = (size + kUnit - 1) & ~(kUnit - 1);
+    std::uint32_t bits = kHeapFlag;
+    if (size / kUnit < 256) bits |= static_cast<std::uint32_t>(size / kUnit) << kSizeShift;
+    NewState& s = t_new;
+    Arena* a = s.arena;
+    if (a != nullptr && s.count < kMaxPending &&
+        static_cast<std::size_t>(a->end - a->next) >= size) {
+        char* q = a->next;
+        a->next += size;
+        ++reinterpret_cast<BlockHead*>(a->block)->live;
+        bits |= static_cast<std::uint32_t>((q - a->block) / kUnit) << kBlockShift;
+        s.pending[s.count++] = Pending{q, bits};
+        return q;
+    }
+    return new_node_slow(size, bits);
 }
 
 void kapParameter::operator delete(kapParameter* p, std::destroying_delete_t) noexcept {
@@ -366,7 +392,7 @@ kapParameter::kapParameter(const kapParameter& other)
     }
 }
 
-kapParameter::~kapParameter() {
+void kapParameter::drop_shared_parts() noexcept {
     if (!(flags_ & kPinnedFlag) && --impl_->refs == 0) delete impl_;
     if ((flags_ & kTextFlag) && slot_.text->refs.fetch_sub(1, std::memory_order_acq_rel) == 1) {
         delete slot_.text;

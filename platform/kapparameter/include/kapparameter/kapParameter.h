@@ -192,7 +192,10 @@ class kapParameter {
     UT_TYPE_ROOT(kapParameter)
 
     kapParameter();
-    virtual ~kapParameter();
+    virtual ~kapParameter() {
+        // Nodes of instances point at pinned declarations and most hold no text.
+        if ((flags_ & (kPinnedFlag | kTextFlag)) != kPinnedFlag) drop_shared_parts();
+    }
     kapParameter& operator=(const kapParameter&) = delete;
     // Nodes made with new are owned by their handles; nodes that live on the stack or inside
     // another object are never deleted by a handle. While a deep copy runs, new places nodes in
@@ -357,6 +360,8 @@ protected:
 
     // Destroys a node owned by its handles and gives its memory back.
     void destroy_owned() const noexcept;
+    // Gives back the counts on the declaration and the text.
+    void drop_shared_parts() noexcept;
     // Points at a declaration, counting it unless it is pinned.
     void attach_impl(kapParameterImpl* p) noexcept;
     void release_impl() noexcept;
