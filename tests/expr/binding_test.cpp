@@ -804,6 +804,51 @@ TEST(BindingSealed, RememberedLookupsFollowEachTree) {
     expect_answer(kapEvaluator(a).evaluate("Sets[2].Mode"), Err{kapErrNoItem}, "removed");
 }
 
+// Functions of entities reached through references: each condition asks its own entity, however
+// alike the paths to them are.
+TEST(BindingSealed, FunctionsThroughReferencesAskTheirOwnEntity) {
+    static const kapParameterRoot* proto = [] {
+        static constexpr kapDeclRow rows[] = {
+            {.path = "First",
+             .legacy = {},
+             .label = "L",
+             .kind = kapDeclKind::ref,
+             .type = "toolpath"},
+            {.path = "Second",
+             .legacy = {},
+             .label = "L",
+             .kind = kapDeclKind::ref,
+             .type = "toolpath"},
+            {.path = "A", .legacy = {}, .label = "L", .def = "1", .active = "First.IsTurning()"},
+            {.path = "B", .legacy = {}, .label = "L", .def = "1", .active = "Second.IsTurning()"},
+            {.path = "C", .legacy = {}, .label = "L", .def = "First.num_comp + Second.num_comp"},
+        };
+        auto* root = new kapParameterRoot("refs", 1, "");
+        EXPECT_TRUE(kap_declare(root, rows, "Test"));
+        root->seal();
+        return root;
+    }();
+    auto make = [](const char* strategy) {
+        kapParameterPtr p(new MethodRoot());
+        put(*p, "Strategy", choice({"raster", "turn_roughing"}, strategy));
+        return p;
+    };
+    const kapParameterPtr turning = make("turn_roughing");
+    const kapParameterPtr milling = make("raster");
+    auto* root = new kapParameterRoot("refs", 1, "");
+    const kapParameterPtr r(root);
+    root->copy_children_from(*proto);
+    at(r, "First").set_ref_from_id(static_cast<kapParameterRoot&>(*turning).get_id());
+    at(r, "Second").set_ref_from_id(static_cast<kapParameterRoot&>(*milling).get_id());
+    for (int pass = 0; pass < 3; ++pass) {
+        EXPECT_TRUE(at(r, "A").is_active()) << pass;
+        EXPECT_FALSE(at(r, "B").is_active()) << pass;
+        EXPECT_DOUBLE_EQ(at(r, "C").get_double(), 6.0) << pass;
+    }
+    at(r, "First").set_ref_from_id(static_cast<kapParameterRoot&>(*milling).get_id());
+    EXPECT_FALSE(at(r, "A").is_active());
+}
+
 // ---------------------------------------------------------------------------------------------
 // The activity conditions and expressions of the entity schemas
 

@@ -2,6 +2,7 @@
 #include "kapparameter/kapEvaluator.h"
 
 #include <cstdint>
+#include <cstring>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -46,16 +47,16 @@ kapExprValue from_parameter(const kapParameterPtr& p, const kapExprScope* scope)
 // Where names were found
 //
 // Finding a name climbs through the enclosing maps and looks it up in each, and most names are
-// found several maps up. A walk is remembered, per thread, by the declaration of the map it
-// started from and the compiled name path: how many maps were climbed, the sizes of the maps
-// searched in vain, and the position of each node taken on the way down. The next lookup of the
-// same path from a map of the same declaration checks the walk instead of repeating it: the maps
-// searched in vain have the sizes remembered, the map where the name was found and the node
-// reached have the declarations remembered. Only declarations that live for the process are
-// remembered (those of sealed prototypes: pinned and named, each naming one place of one
-// schema; the maps searched in vain also fixed, that is keeping the children they were declared
-// with), so an address cannot come back as another declaration; and only paths of compiled
-// forms that live for the process.
+// found several maps up. A walk is remembered by the declaration of the map it started from and
+// the compiled name path: how many maps were climbed, the sizes of the maps searched in vain, and
+// the position of each node taken on the way down. The next lookup of the same path from a map of
+// the same declaration checks the walk instead of repeating it: the maps searched in vain have
+// the sizes remembered, the map where the name was found and the node reached have the
+// declarations remembered. Only declarations that live for the process are remembered (those of
+// sealed prototypes: pinned and named, each naming one place of one schema; the maps searched in
+// vain also fixed, that is keeping the children they were declared with), so an address cannot
+// come back as another declaration; and only paths of compiled forms that live for the process.
+// Walks are kept per thread, in a table keyed by the two.
 namespace hints {
 
 constexpr int kMaxUp = 6;     // maps climbed
@@ -63,9 +64,8 @@ constexpr int kMaxSteps = 4;  // nodes taken on the way down: the path's compone
 constexpr std::size_t kFirstCapacity = 1024;
 constexpr std::size_t kMaxCapacity = 1u << 15;  // then the table starts again, empty
 
-struct Hint {
-    const kapParameterImpl* start = nullptr;
-    const kapExprPath* path = nullptr;        // null: a free slot
+struct Walk {
+    const kapParameterImpl* start = nullptr;  // null: nothing remembered
     const kapParameterImpl* top = nullptr;    // declaration of the map where the name was found
     const kapParameterImpl* found = nullptr;  // of the node reached
     std::uint16_t sizes[kMaxUp] = {};         // sizes of the maps searched in vain
@@ -75,9 +75,14 @@ struct Hint {
     std::uint8_t nsteps = 0;
 };
 
+struct Entry {
+    const kapExprPath* path = nullptr;  // null: a free slot
+    Walk walk;
+};
+
 // Open addressing over (start, path); a thread's table only grows, up to a bound.
 struct Table {
-    std::unique_ptr<Hint[]> slots;
+    std::unique_ptr<Entry[]> slots;
     std::size_t mask = 0;
     std::size_t used = 0;
 };
@@ -97,28 +102,29 @@ std::size_t hash_of(const kapParameterImpl* start, const kapExprPath* path) {
     return static_cast<std::size_t>(h ^ (h >> 32));
 }
 
-const Hint* lookup(const kapParameterImpl* start, const kapExprPath* path) {
+const Walk* lookup(const kapParameterImpl* start, const kapExprPath* path) {
     const Table* t = t_table;
     if (t == nullptr) return nullptr;
     for (std::size_t i = hash_of(start, path) & t->mask;; i = (i + 1) & t->mask) {
-        const Hint& h = t->slots[i];
-        if (h.path == path && h.start == start) return &h;
-        if (h.path == nullptr) return nullptr;
+        const Entry& e = t->slots[i];
+        if (e.path == path && e.walk.start == start) return &e.walk;
+        if (e.path == nullptr) return nullptr;
     }
 }
 
-void place(Table& t, const Hint& h) {
-    for (std::size_t i = hash_of(h.start, h.path) & t.mask;; i = (i + 1) & t.mask) {
-        Hint& slot = t.slots[i];
-        if (slot.path == nullptr) ++t.used;
-        if (slot.path == nullptr || (slot.path == h.path && slot.start == h.start)) {
-            slot = h;
+void place(Table& t, const kapExprPath* path, const Walk& w) {
+    for (std::size_t i = hash_of(w.start, path) & t.mask;; i = (i + 1) & t.mask) {
+        Entry& e = t.slots[i];
+        if (e.path == nullptr) ++t.used;
+        if (e.path == nullptr || (e.path == path && e.walk.start == w.start)) {
+            e.path = path;
+            e.walk = w;
             return;
         }
     }
 }
 
-void insert(const Hint& h) {
+void insert(const kapExprPath* path, const Walk& w) {
     if (t_table == nullptr) {
         thread_local TableOwner owner;  // frees the table when the thread ends
         (void)owner;
@@ -128,19 +134,19 @@ void insert(const Hint& h) {
     const std::size_t capacity = t.slots ? t.mask + 1 : 0;
     if ((t.used + 1) * 2 > capacity) {
         std::size_t grown = capacity == 0 ? kFirstCapacity : capacity * 2;
-        std::unique_ptr<Hint[]> old = std::move(t.slots);
+        std::unique_ptr<Entry[]> old = std::move(t.slots);
         const bool keep = grown <= kMaxCapacity;
         if (!keep) grown = kFirstCapacity;
-        t.slots.reset(new Hint[grown]);
+        t.slots.reset(new Entry[grown]);
         t.mask = grown - 1;
         t.used = 0;
         if (keep) {
             for (std::size_t i = 0; i < capacity; ++i) {
-                if (old[i].path != nullptr) place(t, old[i]);
+                if (old[i].path != nullptr) place(t, old[i].path, old[i].walk);
             }
         }
     }
-    place(t, h);
+    place(t, path, w);
 }
 
 std::size_t size_of(const kapParameter* map) {
@@ -152,29 +158,33 @@ bool lasting(const kapParameterImpl& impl) {
     return impl.pinned && !impl.name.empty();
 }
 
-// The node the remembered walk of `path` from `start` leads to; false when nothing is
-// remembered or the tree no longer matches.
-bool recall(const kapParameter* start, const kapExprPath& path, const kapParameter*& out) {
-    const Hint* h = lookup(&start->impl(), &path);
-    if (h == nullptr) return false;
+// The node the walk `w` leads to from `start`; false when the tree no longer matches it.
+bool follow_walk(const kapParameter* start, const Walk& w, const kapParameter*& out) {
     const kapParameter* node = start;
-    for (int i = 0; i < h->up; ++i) {
-        if (size_of(node) != h->sizes[i]) return false;
+    for (int i = 0; i < w.up; ++i) {
+        if (size_of(node) != w.sizes[i]) return false;
         node = node->parent();
         if (node == nullptr) return false;
     }
-    if (&node->impl() != h->top) return false;
-    for (int k = 0; k < h->nsteps; ++k) {
-        if (h->follow & (1u << k)) {
+    if (&node->impl() != w.top) return false;
+    for (int k = 0; k < w.nsteps; ++k) {
+        if (w.follow & (1u << k)) {
             node = node->follow();
             if (node == nullptr) return false;
         }
-        if (!node->is_map() || h->index[k] >= size_of(node)) return false;
-        node = static_cast<const kapParameterMap*>(node)->child(h->index[k]).pointer();
+        if (!node->is_map() || w.index[k] >= size_of(node)) return false;
+        node = static_cast<const kapParameterMap*>(node)->child(w.index[k]).pointer();
     }
-    if (&node->impl() != h->found) return false;
+    if (&node->impl() != w.found) return false;
     out = node;
     return true;
+}
+
+// The node the remembered walk of `path` from `start` leads to; false when nothing is
+// remembered or the tree no longer matches.
+bool recall(const kapParameter* start, const kapExprPath& path, const kapParameter*& out) {
+    const Walk* w = lookup(&start->impl(), &path);
+    return w != nullptr && follow_walk(start, *w, out);
 }
 
 // Remembers the walk of `path` from `start`: `up` maps climbed, then `nodes` taken (one per
@@ -184,33 +194,31 @@ void remember(const kapParameter* start, const kapExprPath& path, int up,
     const std::size_t n = path.components.size();
     if (up > kMaxUp || n == 0 || n > static_cast<std::size_t>(kMaxSteps)) return;
     if (!lasting(nodes[n - 1]->impl())) return;  // a tree that is not sealed: nothing to keep
-    Hint h;
-    h.start = &start->impl();
-    h.path = &path;
-    h.up = static_cast<std::uint8_t>(up);
-    h.nsteps = static_cast<std::uint8_t>(n);
+    Walk w;
+    w.start = &start->impl();
+    w.up = static_cast<std::uint8_t>(up);
+    w.nsteps = static_cast<std::uint8_t>(n);
     const kapParameter* level = start;
     for (int i = 0; i < up; ++i) {
         const kapParameterImpl& impl = level->impl();
         const std::size_t size = size_of(level);
         if (!lasting(impl) || !impl.fixed || size > 0xffff) return;
-        h.sizes[i] = static_cast<std::uint16_t>(size);
+        w.sizes[i] = static_cast<std::uint16_t>(size);
         level = level->parent();
     }
     if (!level->impl().pinned) return;
-    h.top = &level->impl();
+    w.top = &level->impl();
     const kapParameter* before = level;
     for (std::size_t k = 0; k < n; ++k) {
         const kapParameter* node = nodes[k];
         const int index = node->index_in_parent();
         if (index < 0 || index > 0xffff) return;
-        if (before->is_ref_node()) h.follow |= static_cast<std::uint8_t>(1u << k);
-        h.index[k] = static_cast<std::uint16_t>(index);
+        if (before->is_ref_node()) w.follow |= static_cast<std::uint8_t>(1u << k);
+        w.index[k] = static_cast<std::uint16_t>(index);
         before = node;
     }
-    if (!lasting(before->impl())) return;
-    h.found = &before->impl();
-    insert(h);
+    w.found = &before->impl();
+    insert(&path, w);
 }
 
 }  // namespace hints
@@ -260,11 +268,11 @@ kapParameterPtr invoke(const kapParameterMemberFunction& f, const kapParameterPt
 // entity or a branch) looks among its own children first; so does a node without a parent.
 class kapTreeScope final : public kapExprScope {
   public:
-    // `lasting`: the compiled forms evaluated in this scope live for the process, so the walks
-    // to their names may be remembered.
+    // `lasting`: the compiled form evaluated in this scope, when it lives for the process (the
+    // walks to its names may then be remembered); null otherwise.
     explicit kapTreeScope(const kapParameter* owner, bool inside = false,
-                          bool lasting = false) noexcept
-        : owner_(owner), inside_(inside), remember_(lasting) {}
+                          const kapExprCompiled* lasting = nullptr) noexcept
+        : owner_(owner), inside_(inside), lasting_(lasting) {}
 
     kapExprValue resolve(const kapExprPath& path) const override {
         const kapParameter* node = find(path);
@@ -282,10 +290,22 @@ class kapTreeScope final : public kapExprScope {
                 }
             }
         }
-        // Named entities of the global scope ("toolpath.Tolerance").
+        // A value that the root the path before the last name leads to provides ("Tool.num_comp"
+        // through the tool root, "{toolpath}.num_comp").
+        const std::span<const kapExprName> comps = path.components;
+        kapExprPath prefix = path;
+        if (!comps.empty()) prefix.components = comps.first(comps.size() - 1);
+        if (!comps.empty() && (comps.size() > 1 || path.anchor == kapExprAnchor::global)) {
+            const kapExprValue v = call_method(find(prefix), comps.back(), kapParameterPtr());
+            if (!v.is_none()) return v;
+        }
+        // Named entities of the global scope ("toolpath.Tolerance", "toolpath.num_comp").
         if (path.anchor == kapExprAnchor::owner) {
-            if (const kapParameter* n = find_global(path.components)) {
-                return kapExprValue::from_node(n, this);
+            if (const kapParameter* n = find_global(comps)) return kapExprValue::from_node(n, this);
+            if (comps.size() > 1) {
+                const kapExprValue v =
+                    call_method(find_global(prefix.components), comps.back(), kapParameterPtr());
+                if (!v.is_none()) return v;
             }
         }
         return kapExprValue::from_error(kapExprErrUnknownName,
@@ -383,7 +403,7 @@ class kapTreeScope final : public kapExprScope {
             if (!guard.ok()) return guard.error();
             std::shared_ptr<const kapExprCompiled> held;
             const kapExprCompiled* compiled = compiled_value(*p->extra(), held);
-            kapTreeScope scope(p, /*inside=*/false, /*lasting=*/held == nullptr);
+            kapTreeScope scope(p, /*inside=*/false, held == nullptr ? compiled : nullptr);
             kapExprValue v = compiled->evaluate(scope);
             return kapExpr::to_plain(v);
         }
@@ -444,7 +464,7 @@ class kapTreeScope final : public kapExprScope {
             case kapExprAnchor::root: {
                 // The root of the owner's tree; the top of a branch that is in no tree.
                 const kapParameter* root = top_of(owner_);
-                if (!remember_ || path.components.empty()) return walk(root, path.components);
+                if (!remembers(path) || path.components.empty()) return walk(root, path.components);
                 return find_from(root, path, /*climb=*/false);
             }
             case kapExprAnchor::global: {
@@ -461,7 +481,7 @@ class kapTreeScope final : public kapExprScope {
         const kapParameter* level = owner_->parent();
         if ((inside_ || level == nullptr) && owner_->is_map()) level = owner_;
         if (level == nullptr) return nullptr;
-        if (!remember_) {
+        if (!remembers(path)) {
             const kapExprName& first = path.components.front();
             for (; level != nullptr; level = level->parent()) {
                 if (const kapParameter* hit = descend(level, first))
@@ -474,8 +494,19 @@ class kapTreeScope final : public kapExprScope {
 
     // find() for a path whose compiled form lasts: the walk from `start` (climbing outward when
     // `climb` is set) is remembered and checked the next time instead of being repeated.
-    static const kapParameter* find_from(const kapParameter* start, const kapExprPath& path,
-                                         bool climb) {
+    // Whether walks to `path` may be remembered: it is one of the lasting compiled form's own
+    // (a path made on the way, such as the part of a call's path before the function name, is
+    // not: its address means nothing once it is gone).
+    bool remembers(const kapExprPath& path) const noexcept {
+        if (lasting_ == nullptr) return false;
+        for (const std::span<const kapExprPath> own : {lasting_->names(), lasting_->calls()}) {
+            if (!own.empty() && &path >= own.data() && &path < own.data() + own.size()) return true;
+        }
+        return false;
+    }
+
+    const kapParameter* find_from(const kapParameter* start, const kapExprPath& path,
+                                  bool climb) const {
         const kapParameter* found = nullptr;
         if (hints::recall(start, path, found)) return found;
         const kapExprName& first = path.components.front();
@@ -520,7 +551,7 @@ class kapTreeScope final : public kapExprScope {
 
     const kapParameter* owner_;
     bool inside_;
-    bool remember_;
+    const kapExprCompiled* lasting_;
 };
 
 kapExprValue from_parameter(const kapParameterPtr& p, const kapExprScope* scope) {
@@ -580,7 +611,8 @@ bool kap_eval_active(const kapParameter& par) {
     }
     if (!compiled->ok()) return true;  // a broken condition hides nothing
     // A declaration that is pinned keeps its compiled condition for the life of the process.
-    const kapTreeScope scope(&par, /*inside=*/false, /*lasting=*/impl.pinned && held == nullptr);
+    const kapTreeScope scope(&par, /*inside=*/false,
+                             impl.pinned && held == nullptr ? compiled : nullptr);
     // Activity that reads itself (through active(), or through a function that asks) is a cycle:
     // it counts as active. A condition that calls nothing cannot come back here.
     if (compiled->uses_active() || !compiled->calls().empty()) {
@@ -595,7 +627,7 @@ double kap_eval_number(const kapParameter& par) {
     if (par.is_expr()) {
         std::shared_ptr<const kapExprCompiled> held;
         const kapExprCompiled* compiled = compiled_value(*par.extra(), held);
-        const kapTreeScope scope(&par, /*inside=*/false, /*lasting=*/held == nullptr);
+        const kapTreeScope scope(&par, /*inside=*/false, held == nullptr ? compiled : nullptr);
         double x = 0.0;
         bool unused;
         // The quick way reads only plain values: it cannot come back to this parameter.

@@ -3,6 +3,7 @@
 #include <array>
 #include <charconv>
 #include <cmath>
+#include <cstring>
 #include <numbers>
 
 #include "kapparameter/kapExpr.h"
@@ -759,6 +760,13 @@ kapExprCompiled::FastEnd kapExprCompiled::run_fast(const kapExprScope& scope, bo
                 }
                 break;
             }
+            case FastOp::number: {
+                const std::uint64_t bits = (static_cast<std::uint64_t>(f->b) << 32) | f->a;
+                ++top;
+                std::memcpy(&top->number, &bits, sizeof bits);
+                top->kind = f->n != 0 ? kBool : kNumber;
+                break;
+            }
             case FastOp::name: {
                 kapExprScalar v;
                 if (!scope.read(names_[f->a], v)) return fast_general;
@@ -921,6 +929,13 @@ kapExprCompiled::FastEnd kapExprCompiled::run_fast(const kapExprScope& scope, bo
             case FastOp::min:
             case FastOp::max: {
                 FastSlot* first = top - (f->n - 1);
+                if (f->n == 2) {
+                    double x, y;
+                    if (!slot_number(first[0], x) || !slot_number(first[1], y)) return fast_error;
+                    top = first;
+                    set_number(*top, f->op == FastOp::min ? (y < x ? y : x) : (y > x ? y : x));
+                    break;
+                }
                 double best = 0.0;
                 for (int k = 0; k < f->n; ++k) {
                     double x;
@@ -956,6 +971,8 @@ kapExprCompiled::FastEnd kapExprCompiled::run_fast(const kapExprScope& scope, bo
                 set_bool(*top, b);
                 break;
             }
+            default:
+                __builtin_unreachable();
         }
     }
     if (top != st) return fast_general;

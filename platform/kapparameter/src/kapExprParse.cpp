@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <cstring>
 #include <mutex>
 #include <unordered_map>
 
@@ -418,8 +419,17 @@ class kapExprParser {
         switch (nd.op) {
             case Op::constant: {
                 const kapExprValue& v = c_.consts_[nd.a];
-                if (!v.is_number() && !v.is_bool() && !v.is_text()) return false;
-                put(FastOp::constant, nd.a);
+                if (v.is_number() || v.is_bool()) {
+                    const double x = v.number();
+                    std::uint64_t bits;
+                    std::memcpy(&bits, &x, sizeof bits);
+                    put(FastOp::number, static_cast<std::uint32_t>(bits), v.is_bool() ? 1 : 0,
+                        static_cast<std::uint32_t>(bits >> 32));
+                } else if (v.is_text()) {
+                    put(FastOp::constant, nd.a);
+                } else {
+                    return false;
+                }
                 grow(sp, deepest, 1);
                 return true;
             }

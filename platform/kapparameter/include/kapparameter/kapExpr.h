@@ -235,6 +235,7 @@ struct kapExprCompiled {
     // order of first appearance; and the functions called through the scope.
     std::span<const kapExprPath> names() const noexcept { return names_; }
     std::span<const kapExprPath> calls() const noexcept { return calls_; }
+
     // Depth of the compiled tree (1 for a lone constant or name).
     int depth() const noexcept { return depth_; }
     // True when the text is a constant (its value needs no scope).
@@ -290,6 +291,7 @@ struct kapExprCompiled {
     std::vector<kapExprName> comps_;
     std::vector<kapExprPath> names_;
     std::vector<kapExprPath> calls_;
+
     std::uint32_t root_ = 0;
     int depth_ = 0;
     bool uses_active_ = false;
@@ -301,6 +303,8 @@ struct kapExprCompiled {
     // clang-format off
     enum class FastOp : std::uint8_t {
         constant, name,            // push consts_[a] / the value of names_[a]
+        number,                    // push the double whose bits are a (low) and b (high); n: 1
+                                   // for a boolean
         compare,                   // push names_[a] compared with consts_[b] (n: how, below)
         neg, pos, lnot, to_bool,
         mul, div, add, sub,
