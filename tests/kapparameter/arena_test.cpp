@@ -267,6 +267,43 @@ TEST(Blocks, RenamedChildrenAreFoundByTheirNewNames) {
     EXPECT_TRUE(prototype().find("blk")->is_error());
 }
 
+// Sealed maps too large for the child index (too many children, or too many bytes of names) are
+// searched child by child, and answer the same.
+TEST(Blocks, MapsBeyondTheIndexAreSearchedInFull) {
+    struct Case {
+        int children;
+        std::size_t name_length;
+    };
+    for (const Case& c : {Case{70000, 6}, Case{3000, 200}, Case{100, 200}}) {
+        static auto* const prototypes = new std::vector<kapParameterMap*>();
+        auto* proto = new kapParameterMap();
+        prototypes->push_back(proto);
+        auto name_of = [&c](int i) {
+            std::string n = "N" + std::to_string(i);
+            n.resize(c.name_length, 'x');
+            return n;
+        };
+        for (int i = 0; i < c.children; ++i) {
+            kapParameterPtr p = number(i);
+            p->set_name(name_of(i));
+            proto->append(p);
+        }
+        proto->seal();
+        kapParameterMap copy;
+        copy.copy_children_from(*proto);
+        for (const kapParameterMap* map : {proto, &copy}) {
+            for (int i : {0, c.children / 2, c.children - 1}) {
+                std::string asked = name_of(i);
+                asked[0] = 'n';
+                const kapParameter* found = map->find_child(asked);
+                ASSERT_NE(found, nullptr) << c.children << " " << i;
+                EXPECT_DOUBLE_EQ(found->get_double(), i);
+            }
+            EXPECT_EQ(map->find_child(name_of(c.children)), nullptr) << c.children;
+        }
+    }
+}
+
 // A tree larger than one block: the copy spreads over several.
 TEST(Blocks, LargeTreesSpreadOverSeveralBlocks) {
     kapParameterRoot big("big", 1, "");

@@ -1282,8 +1282,10 @@ struct kapParameterBlocks {
                 const std::uint64_t entry = table[slot];
                 if (entry == 0) break;
                 if (static_cast<std::uint32_t>(entry >> 32) != q.hash) continue;
-                const std::uint64_t* record = names + (static_cast<std::uint32_t>(entry) - 1);
-                const auto pos = static_cast<std::uint32_t>(record[0]);
+                // The position comes with the hash, so the child can be read while its name is
+                // being compared.
+                const auto pos = static_cast<std::uint32_t>((entry >> 16) & 0xffff) - 1;
+                const std::uint64_t* record = names + (entry & 0xffff);
                 if (pos >= n) continue;
                 if (exact) {
                     // The children are those the index was built from: its own copy of the
@@ -1690,7 +1692,7 @@ void kapParameterMap::seal_tree() {
         count(ci.name);
         if (!ci.legacy.empty() && !ut_iequal(ci.legacy, ci.name)) count(ci.legacy);
     }
-    if (n != 0 && words < 0xffffffffu) {
+    if (n != 0 && n < 0xffff && words <= 0x10000) {
         std::size_t cap = 4;
         while (cap < 2 * names)
             cap <<= 1;
@@ -1703,9 +1705,10 @@ void kapParameterMap::seal_tree() {
             std::uint32_t slot = q.hash & mask;
             while (impl.index[slot] != 0)
                 slot = (slot + 1) & mask;
-            const auto offset = static_cast<std::uint32_t>(impl.index_names.size());
-            impl.index[slot] = (std::uint64_t{q.hash} << 32) | (offset + 1);
-            impl.index_names.push_back((std::uint64_t{name.size()} << 32) | pos);
+            const auto offset = static_cast<std::uint64_t>(impl.index_names.size());
+            impl.index[slot] =
+                (std::uint64_t{q.hash} << 32) | (std::uint64_t{pos + 1} << 16) | offset;
+            impl.index_names.push_back(std::uint64_t{name.size()} << 32);
             for (std::size_t i = 0; i < name.size(); i += 8) {
                 std::uint64_t w = 0;
                 std::memcpy(&w, name.data() + i, std::min<std::size_t>(8, name.size() - i));

@@ -120,11 +120,11 @@ struct kapParameterImpl {
     int vector_size = 0;
     int nofollow = 0;
 
-    // Maps sealed as prototypes: open-addressing index over the children's names and legacy keys.
-    // An entry holds the hash of a name (high 32 bits) and 1 + the offset of its record in
-    // index_names (low 32 bits); 0 marks a free slot. A record is a word holding the child's
-    // position (low 32 bits) and the name's length, then the name in words of 8 bytes, ASCII
-    // letters in lower case, zeros after its end.
+    // Maps sealed as prototypes (of fewer than 65535 children): open-addressing index over the
+    // children's names and legacy keys. An entry holds the hash of a name (high 32 bits), 1 + the
+    // child's position (16 bits) and the offset of the name's record in index_names (low 16
+    // bits); 0 marks a free slot. A record is a word holding the name's length (high 32 bits),
+    // then the name in words of 8 bytes, ASCII letters in lower case, zeros after its end.
     std::vector<std::uint64_t> index;
     std::vector<std::uint64_t> index_names;
     // Sealed maps: the bytes a deep copy of the children takes (0: not known).
