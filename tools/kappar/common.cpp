@@ -3,6 +3,7 @@
 
 #include "cli.h"
 #include "kapparameter/kapExpr.h"
+#include "kapparameter/kapParameterFile.h"
 
 namespace kcli {
 
@@ -310,39 +311,9 @@ Json& Json::set(std::string_view key, Json v) {
 
 namespace {
 
-void write_string(std::string& out, std::string_view s) {
-    static constexpr char kHex[] = "0123456789abcdef";
-    out += '"';
-    for (char c : s) {
-        const auto u = static_cast<unsigned char>(c);
-        switch (c) {
-            case '"':
-                out += "\\\"";
-                break;
-            case '\\':
-                out += "\\\\";
-                break;
-            case '\n':
-                out += "\\n";
-                break;
-            case '\t':
-                out += "\\t";
-                break;
-            case '\r':
-                out += "\\r";
-                break;
-            default:
-                if (u < 0x20) {
-                    out += "\\u00";
-                    out += kHex[u >> 4];
-                    out += kHex[u & 15];
-                } else {
-                    out += c;
-                }
-        }
-    }
-    out += '"';
-}
+// A JSON string: the saved-entity quoting is valid JSON (\" \\ \n \t \r, \u00XX for the other
+// controls) and writes bytes that are not UTF-8 as U+FFFD, so the output is always valid JSON.
+void write_string(std::string& out, std::string_view s) { kap_append_quoted(out, s); }
 
 }  // namespace
 
