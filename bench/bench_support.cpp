@@ -24,12 +24,22 @@ void operator delete(void* p) noexcept {
     g_live.fetch_sub(*h, std::memory_order_relaxed);
     std::free(h);
 }
-void operator delete(void* p, std::size_t) noexcept { operator delete(p); }
-void* operator new[](std::size_t n) { return operator new(n); }
-void operator delete[](void* p) noexcept { operator delete(p); }
-void operator delete[](void* p, std::size_t) noexcept { operator delete(p); }
+void operator delete(void* p, std::size_t) noexcept {
+    operator delete(p);
+}
+void* operator new[](std::size_t n) {
+    return operator new(n);
+}
+void operator delete[](void* p) noexcept {
+    operator delete(p);
+}
+void operator delete[](void* p, std::size_t) noexcept {
+    operator delete(p);
+}
 
-std::size_t bench_live_bytes() noexcept { return g_live.load(std::memory_order_relaxed); }
+std::size_t bench_live_bytes() noexcept {
+    return g_live.load(std::memory_order_relaxed);
+}
 
 const std::vector<BenchParam>& bench_params() {
     static const std::vector<BenchParam> params = [] {

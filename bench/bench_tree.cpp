@@ -85,7 +85,8 @@ void BM_Tree_LookupAllPaths(benchmark::State& state) {
     root.copy_children_from(prototype());
     const auto& params = bench_params();
     for (auto _ : state) {
-        for (const auto& p : params) benchmark::DoNotOptimize(root.find_node(p.key));
+        for (const auto& p : params)
+            benchmark::DoNotOptimize(root.find_node(p.key));
     }
     state.counters["ns_per_lookup"] = benchmark::Counter(
         static_cast<double>(params.size()),
@@ -98,9 +99,11 @@ void BM_Tree_LookupAllKeys(benchmark::State& state) {
     root.copy_children_from(prototype());
     const auto& params = bench_params();
     std::vector<kapParameterKey> keys;
-    for (const auto& p : params) keys.emplace_back(p.key);
+    for (const auto& p : params)
+        keys.emplace_back(p.key);
     for (auto _ : state) {
-        for (const auto& k : keys) benchmark::DoNotOptimize(root[k]);
+        for (const auto& k : keys)
+            benchmark::DoNotOptimize(root[k]);
     }
     state.counters["ns_per_lookup"] = benchmark::Counter(
         static_cast<double>(params.size()),
@@ -113,7 +116,8 @@ using boost::property_tree::ptree;
 
 ptree build_ptree() {
     ptree t;
-    for (const auto& p : bench_params()) t.put(p.key, p.value);
+    for (const auto& p : bench_params())
+        t.put(p.key, p.value);
     return t;
 }
 
@@ -146,7 +150,8 @@ void BM_Boost_LookupAllPaths(benchmark::State& state) {
     const ptree t = build_ptree();
     const auto& params = bench_params();
     for (auto _ : state) {
-        for (const auto& p : params) benchmark::DoNotOptimize(t.get_child_optional(p.key));
+        for (const auto& p : params)
+            benchmark::DoNotOptimize(t.get_child_optional(p.key));
     }
     state.counters["ns_per_lookup"] = benchmark::Counter(
         static_cast<double>(params.size()),

@@ -113,11 +113,11 @@ constexpr kapDeclRow kEventRows[] = {
 // The arguments of every event, event after event; each event's rows are declared under its map.
 constexpr kapDeclRow kArgumentRows[] = {
 #define KAP_EVENT(Name, Arguments) Arguments
-#define ARG(Name, Type)                                                  \
-    {.path = #Name,                                                      \
-     .legacy = {},                                                       \
-     .label = arg_text(#Name).label,                                     \
-     .kind = KAP_EVENT_KIND_##Type,                                      \
+#define ARG(Name, Type)              \
+    {.path = #Name,                  \
+     .legacy = {},                   \
+     .label = arg_text(#Name).label, \
+     .kind = KAP_EVENT_KIND_##Type,  \
      .desc = arg_text(#Name).desc},
 #include "kapEvents.def"
 };
@@ -142,7 +142,9 @@ static_assert(every_argument_has_texts(), "an argument of the event table has no
 
 }  // namespace
 
-std::span<const kapDeclRow> kapEventPar::schema() { return kEventRows; }
+std::span<const kapDeclRow> kapEventPar::schema() {
+    return kEventRows;
+}
 
 void kapEventPar::declare_more(kapParameter* parent) {
     const auto* root = kapParameterMap::ut_dynamic_cast(parent);
@@ -205,11 +207,17 @@ void deliver(const kapParameterPtr& event) {
 
 }  // namespace
 
-void kapEventParBroadcaster::set_relay(kapEventRelay relay) { g_relay = relay; }
+void kapEventParBroadcaster::set_relay(kapEventRelay relay) {
+    g_relay = relay;
+}
 
 // Each event: copy its map, write the arguments in order, deliver.
-#define KAP_EVENT_WRITE_A(Name, Type) write_##Type(event, #Name, Name); KAP_EVENT_WRITE_B
-#define KAP_EVENT_WRITE_B(Name, Type) write_##Type(event, #Name, Name); KAP_EVENT_WRITE_A
+#define KAP_EVENT_WRITE_A(Name, Type) \
+    write_##Type(event, #Name, Name); \
+    KAP_EVENT_WRITE_B
+#define KAP_EVENT_WRITE_B(Name, Type) \
+    write_##Type(event, #Name, Name); \
+    KAP_EVENT_WRITE_A
 #define KAP_EVENT_WRITE_A_END
 #define KAP_EVENT_WRITE_B_END
 #define ARG(Name, Type) (Name, Type)

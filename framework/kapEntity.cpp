@@ -69,7 +69,9 @@ void kapEntityKinds::add(const kapEntityKindInfo& info) {
     kinds().push_back(info);
 }
 
-const std::vector<kapEntityKindInfo>& kapEntityKinds::all() { return kinds(); }
+const std::vector<kapEntityKindInfo>& kapEntityKinds::all() {
+    return kinds();
+}
 
 const kapEntityKindInfo* kapEntityKinds::find(std::string_view kind) {
     for (const auto& k : kinds()) {
@@ -89,6 +91,7 @@ utString kap_callback_name(std::string_view prefix, std::string_view kind, std::
     utString out(prefix);
     out += kind;
     out += '_';
-    for (char c : path) out += (c == '.') ? '_' : c;
+    for (char c : path)
+        out += (c == '.') ? '_' : c;
     return out;
 }

@@ -23,10 +23,14 @@ kapParameterPtr make_numeric(kapParameterSubType subtype, const kapDeclRow& row)
 
 kapParameterPtr make_node(const kapDeclRow& row) {
     switch (row.kind) {
-        case kapDeclKind::real: return make_numeric(kapSubTypeReal, row);
-        case kapDeclKind::integer: return make_numeric(kapSubTypeInteger, row);
-        case kapDeclKind::flag: return make_numeric(kapSubTypeFlag, row);
-        case kapDeclKind::angle: return make_numeric(kapSubTypeAngle, row);
+        case kapDeclKind::real:
+            return make_numeric(kapSubTypeReal, row);
+        case kapDeclKind::integer:
+            return make_numeric(kapSubTypeInteger, row);
+        case kapDeclKind::flag:
+            return make_numeric(kapSubTypeFlag, row);
+        case kapDeclKind::angle:
+            return make_numeric(kapSubTypeAngle, row);
         case kapDeclKind::enumeration: {
             auto* e = new kapParameterEnum();
             kapParameterPtr p(e);
@@ -35,9 +39,12 @@ kapParameterPtr make_node(const kapDeclRow& row) {
             }
             return p;
         }
-        case kapDeclKind::string: return kapParameterPtr(new kapParameterString());
-        case kapDeclKind::path: return kapParameterPtr(new kapParameterPath());
-        case kapDeclKind::data: return kapParameterPtr(new kapParameterData(utString(row.type)));
+        case kapDeclKind::string:
+            return kapParameterPtr(new kapParameterString());
+        case kapDeclKind::path:
+            return kapParameterPtr(new kapParameterPath());
+        case kapDeclKind::data:
+            return kapParameterPtr(new kapParameterData(utString(row.type)));
         case kapDeclKind::vector: {
             kapParameterNumeric component(kapSubTypeReal, kapDimensions(row.dim), 0.0);
             component.set_units(kapUnits(row.units < 0 ? 0 : row.units));
@@ -48,15 +55,18 @@ kapParameterPtr make_node(const kapDeclRow& row) {
             if (row.measure >= 0) v->set_measure_mode(row.measure);
             return p;
         }
-        case kapDeclKind::map: return kapParameterPtr(new kapParameterMap());
+        case kapDeclKind::map:
+            return kapParameterPtr(new kapParameterMap());
         case kapDeclKind::open_map: {
             auto* m = new kapParameterMap();
             kapParameterPtr p(m);
             m->not_fixed();
             return p;
         }
-        case kapDeclKind::list: return kapParameterPtr(new kapParameterList());
-        case kapDeclKind::array: return kapParameterPtr(new kapParameterArray());
+        case kapDeclKind::list:
+            return kapParameterPtr(new kapParameterList());
+        case kapDeclKind::array:
+            return kapParameterPtr(new kapParameterArray());
         case kapDeclKind::ref: {
             auto* r = new kapParameterRef();
             kapParameterPtr p(r);
@@ -152,7 +162,8 @@ bool kap_declare(kapParameter* parent, std::span<const kapDeclRow> rows,
     }
     for (std::size_t i = 0; i < arrays.size(); ++i) {
         auto* array = arrays[i].first;
-        for (int n = 0; n < array_sizes[i]; ++n) array->append(arrays[i].second);
+        for (int n = 0; n < array_sizes[i]; ++n)
+            array->append(arrays[i].second);
     }
     return true;
 }
@@ -162,7 +173,15 @@ kapDeclarationScope::kapDeclarationScope(kapParameterRoot* root) {
     if (root) root->strings().clear();
     t_counter = 0;
 }
-kapDeclarationScope::~kapDeclarationScope() { t_declaring = nullptr; }
-kapParameterRoot* kapDeclarationScope::current_root() noexcept { return t_declaring; }
-int kapDeclarationScope::counter() noexcept { return t_counter; }
-void kapDeclarationScope::count() noexcept { ++t_counter; }
+kapDeclarationScope::~kapDeclarationScope() {
+    t_declaring = nullptr;
+}
+kapParameterRoot* kapDeclarationScope::current_root() noexcept {
+    return t_declaring;
+}
+int kapDeclarationScope::counter() noexcept {
+    return t_counter;
+}
+void kapDeclarationScope::count() noexcept {
+    ++t_counter;
+}

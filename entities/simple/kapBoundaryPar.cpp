@@ -41,7 +41,8 @@ const utStringutStringcoTable& synonym_table() {
     static utStringutStringcoTable table;
     static bool filled = false;
     if (!filled) {
-        for (const auto& row : kSynonyms) table.emplace(row.legacy, row.current);
+        for (const auto& row : kSynonyms)
+            table.emplace(row.legacy, row.current);
         filled = true;
     }
     return table;
@@ -52,7 +53,9 @@ bool g_resetting = false;
 
 }  // namespace
 
-std::span<const kapBoundaryPar::Synonym> kapBoundaryPar::key_synonyms() { return kSynonyms; }
+std::span<const kapBoundaryPar::Synonym> kapBoundaryPar::key_synonyms() {
+    return kSynonyms;
+}
 
 void kapBoundaryPar::reset() {
     if (g_resetting) {
@@ -66,11 +69,13 @@ void kapBoundaryPar::reset() {
     (*this)["ThicknessSetValues[16].Mode"]->set_string("collision_check");
     (*this)["ThicknessSetValues[17].Mode"]->set_string("ignore");
     (*this)["ThicknessSetValues[16].Thickness"]->set_double(kapUnitsUtils::get_units() == 0 ? 5.0
-                                                                                           : 0.2);
+                                                                                            : 0.2);
     g_resetting = false;
 }
 
-bool kapBoundaryPar::is_resetting() noexcept { return g_resetting; }
+bool kapBoundaryPar::is_resetting() noexcept {
+    return g_resetting;
+}
 
 utString kapBoundaryPar::lookup_key_synonym(const utString& key) const {
     const auto& table = synonym_table();

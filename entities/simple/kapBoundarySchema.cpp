@@ -206,4 +206,6 @@ constexpr kapDeclRow kRows[] = {
 
 }  // namespace
 
-std::span<const kapDeclRow> kapBoundaryPar::schema() { return kRows; }
+std::span<const kapDeclRow> kapBoundaryPar::schema() {
+    return kRows;
+}

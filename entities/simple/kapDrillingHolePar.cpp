@@ -2,7 +2,9 @@
 
 namespace {
 
-void declare_nothing(kapParameterRoot& proto) { kap_declare(&proto, {}, {}); }
+void declare_nothing(kapParameterRoot& proto) {
+    kap_declare(&proto, {}, {});
+}
 
 }  // namespace
 

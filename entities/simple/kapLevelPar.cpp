@@ -16,7 +16,9 @@ constexpr kapDeclRow kRows[] = {
 
 }  // namespace
 
-std::span<const kapDeclRow> kapLevelPar::schema() { return kRows; }
+std::span<const kapDeclRow> kapLevelPar::schema() {
+    return kRows;
+}
 
 void kapLevelParUpdater::fill(kapParameterSimpleUpdatercoSList& list) {
     list.insert_last(&update_from_0_to_1);

@@ -34,7 +34,9 @@ void declare_element(kapParameterRoot& proto) {
     proto.not_fixed();
     kap_declare(&proto, kElementRows, kGroup);
 }
-void declare_workplane(kapParameterRoot& proto) { kap_declare(&proto, kWorkplaneRows, kGroup); }
+void declare_workplane(kapParameterRoot& proto) {
+    kap_declare(&proto, kWorkplaneRows, kGroup);
+}
 
 // Prototypes are kept per unit system by a kind name of their own.
 const kapParameterRoot& element_prototype() {
@@ -70,7 +72,8 @@ kapModelHierarchyElementPar::kapModelHierarchyElementPar(const utString& name,
     copy_children_from(element_prototype());
     utString parent_path;
     if (parent_element_) {
-        if (const kapParameter* p = parent_element_->find_node("Path")) parent_path = p->get_string();
+        if (const kapParameter* p = parent_element_->find_node("Path"))
+            parent_path = p->get_string();
     }
     find_child("Parent")->set_string(parent_path);
     find_child("Name")->set_string(name);
@@ -82,7 +85,8 @@ kapModelHierarchyElementPar::kapModelHierarchyElementPar(const kapModelHierarchy
     // The copied child elements still name the source as their parent.
     if (kapParameterMap* children = array_of(*this, "Children")) {
         for (std::size_t i = 0; i < children->size(); ++i) {
-            auto* child = kapModelHierarchyElementPar::ut_dynamic_cast(children->child(i).pointer());
+            auto* child =
+                kapModelHierarchyElementPar::ut_dynamic_cast(children->child(i).pointer());
             if (child != nullptr && child->parent_element_.pointer() == &o) {
                 child->parent_element_ = kapParameterPtr(this);
             }
@@ -97,7 +101,8 @@ kapModelHierarchyElementPar::~kapModelHierarchyElementPar() {
     ++refs_;
     if (kapParameterMap* children = array_of(*this, "Children")) {
         for (std::size_t i = 0; i < children->size(); ++i) {
-            auto* child = kapModelHierarchyElementPar::ut_dynamic_cast(children->child(i).pointer());
+            auto* child =
+                kapModelHierarchyElementPar::ut_dynamic_cast(children->child(i).pointer());
             if (child != nullptr && child->parent_element_.pointer() == this) {
                 child->parent_element_ = kapParameterPtr();
             }

@@ -38,7 +38,9 @@ constexpr std::string_view kHierarchy = "Hierarchy";
 
 }  // namespace
 
-std::span<const kapDeclRow> kapModelPar::schema() { return kRows; }
+std::span<const kapDeclRow> kapModelPar::schema() {
+    return kRows;
+}
 
 kapModelPar::~kapModelPar() {
     // Destruction is not an edit: the hierarchy's back-links are broken even on a locked model.

@@ -1,6 +1,8 @@
 #include "kappar/kapPatternPar.h"
 
-std::span<const kapDeclRow> kapPatternPar::schema() { return {}; }
+std::span<const kapDeclRow> kapPatternPar::schema() {
+    return {};
+}
 
 void kapPatternParUpdater::fill(kapParameterSimpleUpdatercoSList& list) {
     list.insert_last(&update_from_0_to_1);

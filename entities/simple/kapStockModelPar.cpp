@@ -26,7 +26,9 @@ kapStockModelPar::state_param_fn& state_callback() {
 
 }  // namespace
 
-std::span<const kapDeclRow> kapStockModelPar::schema() { return kRows; }
+std::span<const kapDeclRow> kapStockModelPar::schema() {
+    return kRows;
+}
 
 kapStockModelPar::kapStockModelPar(const kapStockModelPar& o)
     : kapEntityRoot(o),

@@ -21,7 +21,9 @@ constexpr kapDeclRow kRows[] = {
 
 }  // namespace
 
-std::span<const kapDeclRow> kapWorkplanePar::schema() { return kRows; }
+std::span<const kapDeclRow> kapWorkplanePar::schema() {
+    return kRows;
+}
 
 void kapWorkplaneParUpdater::fill(kapParameterSimpleUpdatercoSList& list) {
     list.insert_last(&update_from_0_to_1);

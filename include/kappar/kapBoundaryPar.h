@@ -9,13 +9,13 @@ class kapPattern;  // the host's boundary geometry
 // Legacy rules: "use_min_angle" is no longer read; a non-empty "stockmodel" names the stock
 // model itself and loads as "stockmodel.id".
 class KAPPAR_API kapBoundaryParLoader : public kapParameterLoader {
-public:
+  public:
     using kapParameterLoader::kapParameterLoader;
     int load_par(const kapParameterKey& key, const utString& value) override;
 };
 
 class KAPPAR_API kapBoundaryParUpdater : public kapEntityUpdater<kapBoundaryParUpdater> {
-public:
+  public:
     static void fill(kapParameterSimpleUpdatercoSList& list);
     // Carries the version forward.
     static void update_from_0_to_1(int& version, kapParameterRoot& root,
@@ -72,6 +72,6 @@ class KAPPAR_API kapBoundaryPar : public kapEntityRoot<kapBoundaryPar> {
     };
     static std::span<const Synonym> key_synonyms();
 
-private:
+  private:
     const kapPattern* boundary_ = nullptr;
 };

@@ -41,14 +41,18 @@ KAPPAR_API bool kap_schema_declared(std::string_view kind);
 
 namespace kap_detail {
 template <class T>
-concept HasDeclareMore = requires(kapParameter* p) { T::declare_more(p); };
+concept HasDeclareMore = requires(kapParameter* p) {
+    T::declare_more(p);
+};
 template <class T>
-concept HasGroup = requires { T::kGroup; };
+concept HasGroup = requires {
+    T::kGroup;
+};
 }  // namespace kap_detail
 
 template <class Derived, class Base = kapParameterRoot>
 class kapEntityRoot : public Base {
-public:
+  public:
     explicit kapEntityRoot(const utString& name)
         : Base(utString(Derived::kKind), Derived::kVersion, name) {}
     kapEntityRoot(const kapEntityRoot& o) = default;
@@ -76,7 +80,7 @@ public:
         return kap_prototype(Derived::kKind, Derived::kVersion, &declare_all);
     }
 
-private:
+  private:
     static void declare_all(kapParameterRoot& proto) {
         std::string_view group;
         if constexpr (kap_detail::HasGroup<Derived>) group = Derived::kGroup;
@@ -89,7 +93,7 @@ private:
 // The list is built on first use by update or create_updater_list and kept for the process.
 template <class Derived>
 class kapEntityUpdater : public kapParameterUpdater {
-public:
+  public:
     static void create_updater_list() {
         auto* list = new kapParameterSimpleUpdatercoSList();
         Derived::fill(*list);
@@ -102,7 +106,7 @@ public:
     }
     static const kapParameterSimpleUpdatercoSList* update_list() noexcept { return list_ptr(); }
 
-private:
+  private:
     static kapParameterSimpleUpdatercoSList*& list_ptr() noexcept {
         static kapParameterSimpleUpdatercoSList* list = nullptr;
         return list;
@@ -112,7 +116,7 @@ private:
 // The loader of the small entities: the rule left in on purpose. Before version 5, the pair
 // ("fish.species", "cod") loads as "halibut"; both texts are matched exactly.
 class KAPPAR_API kapSmallEntityParLoader : public kapParameterLoader {
-public:
+  public:
     using kapParameterLoader::kapParameterLoader;
     int load_par(const kapParameterKey& key, const utString& value) override;
 };
@@ -128,7 +132,7 @@ struct kapEntityKindInfo {
 };
 
 class KAPPAR_API kapEntityKinds {
-public:
+  public:
     static void add(const kapEntityKindInfo& info);
     static const std::vector<kapEntityKindInfo>& all();
     static const kapEntityKindInfo* find(std::string_view kind);
@@ -137,14 +141,14 @@ public:
 };
 
 // Registers an entity class (in its .cpp file): KAPPAR_REGISTER_ENTITY(kapLevelPar);
-#define KAPPAR_REGISTER_ENTITY(Class)                                                         \
-    namespace {                                                                               \
-    const bool kap_registered_##Class = [] {                                                  \
-        kapEntityKinds::add(kapEntityKindInfo{                                                \
-            Class::kKind, #Class, Class::kVersion,                                            \
-            [](const utString& name) -> kapParameterRoot* { return new Class(name); }});      \
-        return true;                                                                          \
-    }();                                                                                      \
+#define KAPPAR_REGISTER_ENTITY(Class)                                                    \
+    namespace {                                                                          \
+    const bool kap_registered_##Class = [] {                                             \
+        kapEntityKinds::add(kapEntityKindInfo{                                           \
+            Class::kKind, #Class, Class::kVersion,                                       \
+            [](const utString& name) -> kapParameterRoot* { return new Class(name); }}); \
+        return true;                                                                     \
+    }();                                                                                 \
     }
 
 // "onmodify_<kind>_<Path_with_underscores>" for a dotted path.

@@ -45,7 +45,7 @@
 #define KAP_EVENT_DROP_FIRST(...) KAP_EVENT_DROP_FIRST_I(__VA_ARGS__)
 #define KAP_EVENT_DROP_FIRST_I(first, ...) __VA_ARGS__
 
-#define KAP_EVENT_PARAMS(seq) KAP_EVENT_DROP_FIRST(~ KAP_EVENT_SEQ_END(KAP_EVENT_PARAM_A seq))
+#define KAP_EVENT_PARAMS(seq) KAP_EVENT_DROP_FIRST(~KAP_EVENT_SEQ_END(KAP_EVENT_PARAM_A seq))
 #define KAP_EVENT_PARAM_A(Name, Type) , KAP_EVENT_TYPE_##Type Name KAP_EVENT_PARAM_B
 #define KAP_EVENT_PARAM_B(Name, Type) , KAP_EVENT_TYPE_##Type Name KAP_EVENT_PARAM_A
 #define KAP_EVENT_PARAM_A_END
@@ -55,13 +55,13 @@
 // The event entity
 
 class KAPPAR_API kapEventParLoader : public kapParameterLoader {
-public:
+  public:
     using kapParameterLoader::kapParameterLoader;
 };
 
 // The event schema has not changed since it was first written: no steps.
 class KAPPAR_API kapEventParUpdater : public kapEntityUpdater<kapEventParUpdater> {
-public:
+  public:
     static void fill(kapParameterSimpleUpdatercoSList&) {}
 };
 
@@ -89,7 +89,7 @@ class KAPPAR_API kapEventPar : public kapEntityRoot<kapEventPar> {
 using kapEventRelay = void (*)(kapParameterPtr);
 
 class KAPPAR_API kapEventParBroadcaster {
-public:
+  public:
     // Installs the relay, replacing any earlier one; null switches delivery off. The relay is a
     // plain variable, written without a lock: set it at start-up, before events flow.
     static void set_relay(kapEventRelay relay);

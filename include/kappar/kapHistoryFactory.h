@@ -15,7 +15,7 @@ using kapHistoryCallbackFn = kapParameterPtr (*)(const kapRefToObjectId& ref, co
                                                  int flag, void* data);
 
 class KAPPAR_API kapHistoryFactory {
-public:
+  public:
     virtual ~kapHistoryFactory();
 
     // Installs the callback and its data pointer, replacing any earlier ones.
@@ -27,7 +27,7 @@ public:
     static kapParameterPtr get_history_list(const kapRefToObjectId& ref, const utString& name,
                                             int flag);
 
-protected:
+  protected:
     kapHistoryFactory() = default;
     kapHistoryFactory(const kapHistoryFactory&) = default;
     kapHistoryFactory& operator=(const kapHistoryFactory&) = default;

@@ -4,12 +4,12 @@
 #include "kappar/kapEntity.h"
 
 class KAPPAR_API kapLevelParLoader : public kapSmallEntityParLoader {
-public:
+  public:
     using kapSmallEntityParLoader::kapSmallEntityParLoader;
 };
 
 class KAPPAR_API kapLevelParUpdater : public kapEntityUpdater<kapLevelParUpdater> {
-public:
+  public:
     static void fill(kapParameterSimpleUpdatercoSList& list);
     // The schema has not changed since version 0: the step carries the version forward.
     static void update_from_0_to_1(int& version, kapParameterRoot& root,

@@ -63,7 +63,7 @@ class KAPPAR_API kapModelHierarchyElementPar : public kapParameterMap {
     // re-reading the count after each), then removes every parameter of this element.
     void remove_all() override;
 
-private:
+  private:
     kapParameterPtr parent_element_;
     kapMcParModelCompList components_;
 };

@@ -5,12 +5,12 @@
 #include "kappar/kapModelHierarchyElementPar.h"
 
 class KAPPAR_API kapModelParLoader : public kapSmallEntityParLoader {
-public:
+  public:
     using kapSmallEntityParLoader::kapSmallEntityParLoader;
 };
 
 class KAPPAR_API kapModelParUpdater : public kapEntityUpdater<kapModelParUpdater> {
-public:
+  public:
     static void fill(kapParameterSimpleUpdatercoSList& list);
     // The schema has not changed since version 0: the step carries the version forward.
     static void update_from_0_to_1(int& version, kapParameterRoot& root,

@@ -5,12 +5,12 @@
 #include "kappar/kapEntity.h"
 
 class KAPPAR_API kapPatternParLoader : public kapSmallEntityParLoader {
-public:
+  public:
     using kapSmallEntityParLoader::kapSmallEntityParLoader;
 };
 
 class KAPPAR_API kapPatternParUpdater : public kapEntityUpdater<kapPatternParUpdater> {
-public:
+  public:
     static void fill(kapParameterSimpleUpdatercoSList& list);
     // The schema has not changed since version 0: the step carries the version forward.
     static void update_from_0_to_1(int& version, kapParameterRoot& root,
@@ -36,6 +36,6 @@ class KAPPAR_API kapPatternPar : public kapEntityRoot<kapPatternPar> {
     const kapPattern* get_pattern() const noexcept { return pattern_; }
     void set_pattern(const kapPattern* pattern) noexcept { pattern_ = pattern; }
 
-private:
+  private:
     const kapPattern* pattern_ = nullptr;
 };

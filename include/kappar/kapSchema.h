@@ -34,13 +34,13 @@ enum class kapDeclKind : std::uint8_t {
     angle,        // subtype 24, measure mode 7
     enumeration,  // states
     string,
-    vector,       // `size` components (3 when 0), each a real of dimension `dim`
+    vector,  // `size` components (3 when 0), each a real of dimension `dim`
     map,
-    open_map,     // a map that takes undeclared children ("User defined parameters")
+    open_map,  // a map that takes undeclared children ("User defined parameters")
     list,
-    array,        // `size` elements declared by the rows under "<path>[]"
-    ref,          // reference to a root of kind `type`
-    data,         // opaque data of type `type`
+    array,  // `size` elements declared by the rows under "<path>[]"
+    ref,    // reference to a root of kind `type`
+    data,   // opaque data of type `type`
     path,
 };
 
@@ -55,18 +55,18 @@ struct kapDeclRow {
     std::string_view legacy;  // empty: the name in lower case
     std::string_view label;
     kapDeclKind kind = kapDeclKind::real;
-    int dim = kapDimNone;   // kapDimStandard
-    int units = -1;         // kapUnitsStandard; reals default to 0
-    int measure = -1;       // kapParameterMeasureMode; angles default to 7
-    int mirror = -1;        // kapParameterMirrorMode
-    int size = 0;           // vector components, array elements
+    int dim = kapDimNone;  // kapDimStandard
+    int units = -1;        // kapUnitsStandard; reals default to 0
+    int measure = -1;      // kapParameterMeasureMode; angles default to 7
+    int mirror = -1;       // kapParameterMirrorMode
+    int size = 0;          // vector components, array elements
     std::optional<kapRange> range = std::nullopt;
     std::span<const kapDeclState> states = {};
-    std::string_view type = {};  // ref root kind, data type name
+    std::string_view type = {};      // ref root kind, data type name
     std::string_view def = {};       // default text (metric, or the only one)
     std::string_view def_inch = {};  // imperial default when it differs
     std::string_view active = {};
-    std::string_view group = {};     // empty: the table's group
+    std::string_view group = {};  // empty: the table's group
     std::string_view desc = {};
     std::string_view onmodify = {};  // name of a registered change callback
 };
@@ -83,7 +83,7 @@ KAPPAR_API bool kap_declare(kapParameter* parent, std::span<const kapDeclRow> ro
 // Bookkeeping that surrounds the declarations of an entity's build_tree: the root being
 // declared, the root's list of strings cleared, the declaration counter.
 class KAPPAR_API kapDeclarationScope {
-public:
+  public:
     explicit kapDeclarationScope(kapParameterRoot* root);
     ~kapDeclarationScope();
     kapDeclarationScope(const kapDeclarationScope&) = delete;

@@ -11,12 +11,12 @@
 #include "kappar/kapEntity.h"
 
 class KAPPAR_API kapStockModelParLoader : public kapSmallEntityParLoader {
-public:
+  public:
     using kapSmallEntityParLoader::kapSmallEntityParLoader;
 };
 
 class KAPPAR_API kapStockModelParUpdater : public kapEntityUpdater<kapStockModelParUpdater> {
-public:
+  public:
     static void fill(kapParameterSimpleUpdatercoSList& list);
     // The schema has not changed since version 0: the step carries the version forward.
     static void update_from_0_to_1(int& version, kapParameterRoot& root,
@@ -72,7 +72,7 @@ class KAPPAR_API kapStockModelPar : public kapEntityRoot<kapStockModelPar> {
     // The last "states" answer; empty until "states" is first asked for.
     const kapParameterPtr& last_states() const noexcept { return states_; }
 
-private:
+  private:
     get_stockmodel_fn get_stockmodel_ = nullptr;
     get_block_data_fn get_block_data_ = nullptr;
     get_unmachined_stock_fn get_unmachined_stock_ = nullptr;

@@ -5,12 +5,12 @@
 #include "kappar/kapEntity.h"
 
 class KAPPAR_API kapWorkplaneParLoader : public kapSmallEntityParLoader {
-public:
+  public:
     using kapSmallEntityParLoader::kapSmallEntityParLoader;
 };
 
 class KAPPAR_API kapWorkplaneParUpdater : public kapEntityUpdater<kapWorkplaneParUpdater> {
-public:
+  public:
     static void fill(kapParameterSimpleUpdatercoSList& list);
     // The schema has not changed since version 0: the step carries the version forward.
     static void update_from_0_to_1(int& version, kapParameterRoot& root,
@@ -37,6 +37,6 @@ class KAPPAR_API kapWorkplanePar : public kapEntityRoot<kapWorkplanePar> {
     const McWorkPlane* get_workplane() const noexcept { return workplane_; }
     void set_workplane(const McWorkPlane* workplane) noexcept { workplane_ = workplane; }
 
-private:
+  private:
     const McWorkPlane* workplane_ = nullptr;
 };

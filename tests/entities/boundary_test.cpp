@@ -23,7 +23,8 @@ std::unique_ptr<kapBoundaryPar> load(int version, const Pairs& pairs, bool updat
     auto b = std::make_unique<kapBoundaryPar>("B");
     std::unique_ptr<kapParameterLoader> loader(b->create_loader(kapPtrClaim{}, version));
     if (!loader) return nullptr;
-    for (const auto& [k, v] : pairs) loader->load_par(kapParameterKey(k), v);
+    for (const auto& [k, v] : pairs)
+        loader->load_par(kapParameterKey(k), v);
     if (update) b->get_updater()->update(version, *b, loader->loaded_keys());
     return b;
 }
@@ -159,7 +160,7 @@ INSTANTIATE_TEST_SUITE_P(Units, ThicknessSetDefaults,
 // A reset that runs while another reset is declaring the tree only clears the flag: it neither
 // empties nor declares the tree, and the outer reset still finishes its work.
 class ReenteringBoundary : public kapBoundaryPar {
-public:
+  public:
     using kapBoundaryPar::kapBoundaryPar;
     void build_tree(kapParameter* parent) override {
         ++builds;
@@ -205,7 +206,9 @@ struct SchemaWalk {
     std::vector<std::string> faults;
 };
 
-std::string lower(std::string s) { return kapdowncase(s); }
+std::string lower(std::string s) {
+    return kapdowncase(s);
+}
 
 // Resolves a name path the way activity expressions do: among the owner's siblings first, then
 // outward through the enclosing maps.
@@ -245,7 +248,7 @@ void check_active(const kapParameter& p, const std::string& where, SchemaWalk& w
 
 void walk(const kapParameterMap& map, const std::string& path, SchemaWalk& w) {
     static const std::set<std::string> groups = {
-        "Boundary", "Block",   "Machining",    "Debug", "Active", "Tolerance and Thickness",
+        "Boundary", "Block",       "Machining", "Debug", "Active", "Tolerance and Thickness",
         "General",  "Bad Surfaces"};
     const bool sequence = kapParameterArray::ut_dynamic_cast(&map) != nullptr;
     std::set<std::string> keys;  // names and legacy keys, as lookups fold them
@@ -290,7 +293,8 @@ TEST_P(BoundarySchema, EveryDeclaredParameterIsWellFormed) {
     kapBoundaryPar b("B");
     SchemaWalk w;
     walk(b, "", w);
-    for (const auto& f : w.faults) ADD_FAILURE() << f;
+    for (const auto& f : w.faults)
+        ADD_FAILURE() << f;
     // 102 parameters outside the thickness sets (one of them the array), 10 in each of the 18.
     EXPECT_EQ(w.parameters, 102 + 18 * 10);
     EXPECT_EQ(w.enumerations, 8 + 18);
@@ -300,18 +304,53 @@ TEST_P(BoundarySchema, EveryDeclaredParameterIsWellFormed) {
 INSTANTIATE_TEST_SUITE_P(Units, BoundarySchema, ::testing::Values(0, 1));
 
 TEST(Boundary, TopLevelOrderFollowsTheOutline) {
-    const std::vector<std::string> outline = {
-        "AutoReplay", "Type", "Block", "Workplane", "NonIgnoredModelState", "UserParameters",
-        "Tolerance", "Thickness", "UseAxialThickness", "AxialThickness", "VerticalTolerance",
-        "VerticalAngle", "MaxDeviation", "Mesh", "ThicknessSets", "ThicknessSetValues", "Angle",
-        "MinAngle", "Tool", "ReferenceTool", "ThresholdThickness", "Offset", "Rollover",
-        "VerticalUp", "SelectedSurfacesList", "CollisionCheck", "Clearance", "StockModelState",
-        "StockModelThickerThan", "EdgeTolerance", "Limit", "BlockLimiting",
-        "ContactPointBoundary", "BooleanOperation", "Halden", "Edited", "Computed",
-        "BadSurfaces", "Error", "Private", "AvailablePrivate", "History", "Exclusive"};
+    const std::vector<std::string> outline = {"AutoReplay",
+                                              "Type",
+                                              "Block",
+                                              "Workplane",
+                                              "NonIgnoredModelState",
+                                              "UserParameters",
+                                              "Tolerance",
+                                              "Thickness",
+                                              "UseAxialThickness",
+                                              "AxialThickness",
+                                              "VerticalTolerance",
+                                              "VerticalAngle",
+                                              "MaxDeviation",
+                                              "Mesh",
+                                              "ThicknessSets",
+                                              "ThicknessSetValues",
+                                              "Angle",
+                                              "MinAngle",
+                                              "Tool",
+                                              "ReferenceTool",
+                                              "ThresholdThickness",
+                                              "Offset",
+                                              "Rollover",
+                                              "VerticalUp",
+                                              "SelectedSurfacesList",
+                                              "CollisionCheck",
+                                              "Clearance",
+                                              "StockModelState",
+                                              "StockModelThickerThan",
+                                              "EdgeTolerance",
+                                              "Limit",
+                                              "BlockLimiting",
+                                              "ContactPointBoundary",
+                                              "BooleanOperation",
+                                              "Halden",
+                                              "Edited",
+                                              "Computed",
+                                              "BadSurfaces",
+                                              "Error",
+                                              "Private",
+                                              "AvailablePrivate",
+                                              "History",
+                                              "Exclusive"};
     kapBoundaryPar b("B");
     ASSERT_EQ(b.size(), outline.size());
-    for (std::size_t i = 0; i < outline.size(); ++i) EXPECT_EQ(b.child(i)->get_name(), outline[i]);
+    for (std::size_t i = 0; i < outline.size(); ++i)
+        EXPECT_EQ(b.child(i)->get_name(), outline[i]);
     EXPECT_FALSE(kapParameterMap::ut_dynamic_cast(b["UserParameters"].pointer())->is_fixed());
     const auto* workplane = kapParameterRef::ut_dynamic_cast(b["Workplane"].pointer());
     ASSERT_NE(workplane, nullptr);
@@ -413,10 +452,10 @@ TEST(Boundary, SynonymTableAndNamedPathsResolve) {
 struct LoadCase {
     const char* key;
     const char* value;
-    int result;                   // what load_par answers
-    const char* stored_at;        // where the value lands, or null
-    const char* stored;           // the value text read back there
-    bool kept_as_unrecognised;    // under the key as given
+    int result;                 // what load_par answers
+    const char* stored_at;      // where the value lands, or null
+    const char* stored;         // the value text read back there
+    bool kept_as_unrecognised;  // under the key as given
 };
 
 class BoundaryLoader : public ::testing::TestWithParam<LoadCase> {};
@@ -544,14 +583,17 @@ TEST(Boundary, ExclusiveUnlocksToleranceThicknessAndTool) {
     kapParameterRoot tool("tool", 0, "D10");
     const kapObjectId own = b.get_id();
     const char* followers[] = {"Tolerance", "Thickness", "Tool"};
-    const char* others[] = {"Type", "AxialThickness", "EdgeTolerance", "Block.Diameter",
-                            "ReferenceTool", "Exclusive"};
+    const char* others[] = {"Type",           "AxialThickness", "EdgeTolerance",
+                            "Block.Diameter", "ReferenceTool",  "Exclusive"};
 
-    for (const char* p : followers) EXPECT_EQ(b.get_lock_id_imp(*b[p]), own) << p;
+    for (const char* p : followers)
+        EXPECT_EQ(b.get_lock_id_imp(*b[p]), own) << p;
 
     b["Exclusive"]->set_ref_from_id(toolpath.get_id());
-    for (const char* p : followers) EXPECT_TRUE(b.get_lock_id_imp(*b[p]).empty()) << p;
-    for (const char* p : others) EXPECT_EQ(b.get_lock_id_imp(*b[p]), own) << p;
+    for (const char* p : followers)
+        EXPECT_TRUE(b.get_lock_id_imp(*b[p]).empty()) << p;
+    for (const char* p : others)
+        EXPECT_EQ(b.get_lock_id_imp(*b[p]), own) << p;
 
     b.set_locked(true);
     EXPECT_TRUE(b["Tolerance"]->set_double(0.25));
@@ -560,14 +602,16 @@ TEST(Boundary, ExclusiveUnlocksToleranceThicknessAndTool) {
 
     // A root of another kind, or one that no longer lives, is not a valid reference.
     b["Exclusive"]->set_ref_from_id(tool.get_id());
-    for (const char* p : followers) EXPECT_EQ(b.get_lock_id_imp(*b[p]), own) << p;
+    for (const char* p : followers)
+        EXPECT_EQ(b.get_lock_id_imp(*b[p]), own) << p;
     kapObjectId gone;
     {
         kapParameterRoot temporary("toolpath", 29, "T2");
         gone = temporary.get_id();
     }
     b["Exclusive"]->set_ref_from_id(gone);
-    for (const char* p : followers) EXPECT_EQ(b.get_lock_id_imp(*b[p]), own) << p;
+    for (const char* p : followers)
+        EXPECT_EQ(b.get_lock_id_imp(*b[p]), own) << p;
     b.set_locked(true);
     EXPECT_FALSE(b["Tolerance"]->set_double(0.5));
 }
@@ -593,7 +637,7 @@ kapParameterPtr history(const kapRefToObjectId& ref, const utString& name, int f
 }
 
 class BoundaryEdits : public ::testing::Test {
-protected:
+  protected:
     void TearDown() override { kapHistoryFactory::reset_callback_function(); }
 };
 
@@ -642,8 +686,8 @@ TEST(BoundaryFile, VersionOneContactConversionLoadsAndUpdates) {
     kapUnitsScope metric(0);
     kapFileDocument doc;
     kapFileError err;
-    ASSERT_TRUE(kap_read_entity_file(KAPPAR_SOURCE_DIR "/examples/boundary_v1_contact_conv.kap",
-                                     doc, err))
+    ASSERT_TRUE(
+        kap_read_entity_file(KAPPAR_SOURCE_DIR "/examples/boundary_v1_contact_conv.kap", doc, err))
         << kap_format_file_error("boundary_v1_contact_conv.kap", err);
     EXPECT_EQ(doc.kind, "boundary");
     EXPECT_EQ(doc.version, 1);
@@ -654,7 +698,8 @@ TEST(BoundaryFile, VersionOneContactConversionLoadsAndUpdates) {
     ASSERT_NE(kapBoundaryPar::ut_dynamic_cast(root.get()), nullptr);
     std::unique_ptr<kapParameterLoader> loader(root->create_loader(kapPtrClaim{}, doc.version));
     ASSERT_NE(loader, nullptr);
-    for (const kapFilePair& pair : doc.pairs) loader->load_par(kapParameterKey(pair.key), pair.value);
+    for (const kapFilePair& pair : doc.pairs)
+        loader->load_par(kapParameterKey(pair.key), pair.value);
     root->get_updater()->update(doc.version, *root, loader->loaded_keys());
 
     EXPECT_EQ(root->version(), 3);
@@ -678,7 +723,9 @@ TEST(BoundaryFile, VersionOneContactConversionLoadsAndUpdates) {
 // -----------------------------------------------------------------------------------------------
 // Activity (needs the evaluator binding)
 
-bool active(kapBoundaryPar& b, const char* path) { return b[path]->is_active(); }
+bool active(kapBoundaryPar& b, const char* path) {
+    return b[path]->is_active();
+}
 
 TEST(BoundaryActivity, FollowsTypeAndFlags) {
     kapBoundaryPar b("B");

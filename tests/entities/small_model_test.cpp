@@ -14,7 +14,8 @@ namespace {
 std::vector<std::string> child_names(const kapParameter& par) {
     std::vector<std::string> out;
     if (const auto* map = kapParameterMap::ut_dynamic_cast(&par)) {
-        for (std::size_t i = 0; i < map->size(); ++i) out.push_back(map->child(i)->get_name());
+        for (std::size_t i = 0; i < map->size(); ++i)
+            out.push_back(map->child(i)->get_name());
     }
     return out;
 }
@@ -103,9 +104,9 @@ TEST(Model, CopyCarriesTheHierarchy) {
 
 TEST(HierarchyElement, DeclaresItsChildrenInOrder) {
     kapModelHierarchyElementPar e("Top", kapParameterPtr());
-    const std::vector<std::string> expected = {"Parent",        "Name",       "Path",
-                                               "Children",      "Parameters", "ModelMetadata",
-                                               "Workplanes",    "Components", "SelectedInGUI"};
+    const std::vector<std::string> expected = {"Parent",     "Name",       "Path",
+                                               "Children",   "Parameters", "ModelMetadata",
+                                               "Workplanes", "Components", "SelectedInGUI"};
     EXPECT_EQ(child_names(e), expected);
     EXPECT_EQ(e["Children"]->type(), kapParameterType::array);
     EXPECT_EQ(e["Workplanes"]->type(), kapParameterType::array);
@@ -154,7 +155,8 @@ TEST(HierarchyElement, ParentClimbsTheTree) {
 
 TEST(HierarchyElement, PropertiesAndParameters) {
     kapModelHierarchyElementPar e("E", kapParameterPtr());
-    kapParameterPtr added = e.add_property("Material", kapParameterPtr(new kapParameterString("Al")));
+    kapParameterPtr added =
+        e.add_property("Material", kapParameterPtr(new kapParameterString("Al")));
     ASSERT_FALSE(added->is_error());
     EXPECT_EQ(added->get_group_name(), "Model Hierarchy");
     EXPECT_EQ(e["material"]->get_string(), "Al");
@@ -167,7 +169,8 @@ TEST(HierarchyElement, PropertiesAndParameters) {
     e.set_parameters(first);
     e.set_parameters(second);
     int count = 0;
-    for (const auto& name : child_names(e)) count += name == "Parameters";
+    for (const auto& name : child_names(e))
+        count += name == "Parameters";
     EXPECT_EQ(count, 1);
     EXPECT_EQ(e["Parameters"].pointer(), second.pointer());
     EXPECT_EQ(e["Parameters.Density"]->get_string(), "2.7");

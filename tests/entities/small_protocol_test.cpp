@@ -213,7 +213,7 @@ struct UpdaterCase {
 template <class Entity, class Updater>
 UpdaterCase updater_case(const char* name) {
     return {name, &Updater::update_list, &Updater::create_updater_list,
-            &Updater::update_from_0_to_1, [] () -> kapParameterRoot* { return new Entity("U"); }};
+            &Updater::update_from_0_to_1, []() -> kapParameterRoot* { return new Entity("U"); }};
 }
 
 // The list that update builds on first use is the list create_updater_list builds.
@@ -301,8 +301,8 @@ TEST(SmallLoaders, KeysFoundByNameAndLegacyKey) {
 
 // Own members: the pointers of workplanes and patterns start null and are copied.
 TEST(SmallMembers, WorkplaneAndPatternPointersAreCopied) {
-    const McWorkPlane host_wp("Top", giWorkplane3(giPoint3(1, 2, 3), giVector3(1, 0, 0),
-                                                   giVector3(0, 1, 0)));
+    const McWorkPlane host_wp(
+        "Top", giWorkplane3(giPoint3(1, 2, 3), giVector3(1, 0, 0), giVector3(0, 1, 0)));
     kapPattern host_pattern("Holes");
     host_pattern.add_point(giPoint3(5, 5, 0));
 

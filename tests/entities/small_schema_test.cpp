@@ -174,7 +174,8 @@ void check_tree(const kapParameter& par, const std::string& where, int& checked)
     EXPECT_FALSE(par.get_name().empty() && par.parent() != nullptr &&
                  !ut_is_kind_of<kapParameterList>(par.parent()));
     if (const auto* e = kapParameterEnum::ut_dynamic_cast(&par)) {
-        for (int i = 0; i < e->num_states(); ++i) EXPECT_FALSE(e->state(i).label.empty());
+        for (int i = 0; i < e->num_states(); ++i)
+            EXPECT_FALSE(e->state(i).label.empty());
     }
     const auto* map = kapParameterMap::ut_dynamic_cast(&par);
     if (map == nullptr) {
@@ -195,9 +196,12 @@ void check_tree(const kapParameter& par, const std::string& where, int& checked)
 
 TEST(SmallSchemas, EveryDeclaredParameterIsConsistent) {
     const std::function<kapParameter*()> makers[] = {
-        [] { return new kapWorkplanePar("W"); },  [] { return new kapLevelPar("L"); },
-        [] { return new kapPatternPar("P"); },    [] { return new kapModelPar("M"); },
-        [] { return new kapStockModelPar("S"); }, [] { return new kapDrillingHolePar("H"); },
+        [] { return new kapWorkplanePar("W"); },
+        [] { return new kapLevelPar("L"); },
+        [] { return new kapPatternPar("P"); },
+        [] { return new kapModelPar("M"); },
+        [] { return new kapStockModelPar("S"); },
+        [] { return new kapDrillingHolePar("H"); },
         [] { return new kapModelHierarchyElementPar("E", kapParameterPtr()); },
     };
     for (int units : {0, 1}) {

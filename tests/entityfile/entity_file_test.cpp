@@ -286,7 +286,9 @@ struct StepCase {
     bool moved;  // the contact point boundary taken out of the limit
 };
 
-void PrintTo(const StepCase& c, std::ostream* os) { *os << "version " << c.version; }
+void PrintTo(const StepCase& c, std::ostream* os) {
+    *os << "version " << c.version;
+}
 
 class BoundarySteps : public ::testing::TestWithParam<StepCase> {};
 
@@ -369,7 +371,9 @@ std::vector<BadCase> bad_cases() {
     };
 }
 
-void PrintTo(const BadCase& c, std::ostream* os) { *os << c.name; }
+void PrintTo(const BadCase& c, std::ostream* os) {
+    *os << c.name;
+}
 
 class BadInput : public ::testing::TestWithParam<BadCase> {};
 

@@ -62,7 +62,8 @@ void call(void (*fn)(A...), const std::vector<ArgSpec>& args, [[maybe_unused]] i
           std::index_sequence<I...>) {
     ASSERT_EQ(args.size(), sizeof...(A));
     const std::array<ArgType, sizeof...(A)> types = {type_of<std::decay_t<A>>()...};
-    for (std::size_t i = 0; i < types.size(); ++i) EXPECT_EQ(types[i], args[i].type) << i;
+    for (std::size_t i = 0; i < types.size(); ++i)
+        EXPECT_EQ(types[i], args[i].type) << i;
     fn(value_of<std::decay_t<A>>(args[I].name, I, run)...);
 }
 template <class... A>
@@ -77,9 +78,9 @@ void call(void (*fn)(A...), const std::vector<ArgSpec>& args, int run) {
 
 const std::vector<EventSpec>& events() {
     static const std::vector<EventSpec> table = {
-#define KAP_EVENT(Name, Arguments)                                           \
-    {#Name, {Arguments}, [](const std::vector<ArgSpec>& args, int run) {     \
-         call(&kapEventParBroadcaster::Name, args, run);                     \
+#define KAP_EVENT(Name, Arguments)                                       \
+    {#Name, {Arguments}, [](const std::vector<ArgSpec>& args, int run) { \
+         call(&kapEventParBroadcaster::Name, args, run);                 \
      }},
 #define ARG(Name, Type) ArgSpec{#Name, KAP_TEST_TYPE_##Type},
 #include "../../events/kapEvents.def"
@@ -91,10 +92,12 @@ const std::vector<EventSpec>& events() {
 // A relay that keeps what it receives.
 
 std::vector<kapParameterPtr> g_received;
-void record(kapParameterPtr event) { g_received.push_back(std::move(event)); }
+void record(kapParameterPtr event) {
+    g_received.push_back(std::move(event));
+}
 
 class Broadcast : public ::testing::Test {
-protected:
+  protected:
     void SetUp() override {
         g_received.clear();
         kapEventParBroadcaster::set_relay(&record);
@@ -176,7 +179,8 @@ TEST_F(Broadcast, EveryEventDeliversItsBranchWithItsArguments) {
 TEST(BroadcastRelay, WithoutRelayNothingIsDeliveredNorQueued) {
     g_received.clear();
     kapEventParBroadcaster::set_relay(nullptr);
-    for (const EventSpec& spec : events()) spec.raise(spec.args, 0);
+    for (const EventSpec& spec : events())
+        spec.raise(spec.args, 0);
     // Installing a relay afterwards delivers only what is raised from then on.
     kapEventParBroadcaster::set_relay(&record);
     EXPECT_TRUE(g_received.empty());
@@ -191,7 +195,9 @@ TEST(BroadcastRelay, WithoutRelayNothingIsDeliveredNorQueued) {
 }
 
 int g_other_calls = 0;
-void other_relay(kapParameterPtr) { ++g_other_calls; }
+void other_relay(kapParameterPtr) {
+    ++g_other_calls;
+}
 
 TEST_F(Broadcast, ALaterRelayReplacesTheEarlierOne) {
     kapEventParBroadcaster::set_relay(&other_relay);
@@ -225,10 +231,9 @@ TEST_F(Broadcast, SuccessiveEventsAreIndependentCopies) {
 }
 
 TEST_F(Broadcast, MachineToolMovementFillsItsTwentyFiveChildren) {
-    kapEventParBroadcaster::MachineToolMovement("Head", 12.5, true, 1500.0, true, 8000.0, false,
-                                                3.0, false, 1.0, true, 2.0, false, 7, true,
-                                                10.0, -20.0, 30.25, 0.0, 0.0, 1.0, 1.0, 0.0,
-                                                0.0, "collision");
+    kapEventParBroadcaster::MachineToolMovement(
+        "Head", 12.5, true, 1500.0, true, 8000.0, false, 3.0, false, 1.0, true, 2.0, false, 7, true,
+        10.0, -20.0, 30.25, 0.0, 0.0, 1.0, 1.0, 0.0, 0.0, "collision");
     ASSERT_EQ(g_received.size(), 1u);
     const auto& event = static_cast<const kapParameterMap&>(*g_received[0]);
     ASSERT_EQ(event.size(), 25u);
@@ -286,8 +291,8 @@ TEST_F(Broadcast, ARelayMayRaiseEventsNested) {
     kapEventParBroadcaster::ProjectOpening("C:/jobs/x.prj", true);
     kapEventParBroadcaster::SimulateStep("forward", 1);
     const std::vector<std::pair<utString, int>> expected = {
-        {"ProjectOpening", 1}, {"ProjectOpened", 2},
-        {"SimulateStep", 1},   {"SimulateStep", 2},  {"SimulateStep", 3},
+        {"ProjectOpening", 1}, {"ProjectOpened", 2}, {"SimulateStep", 1},
+        {"SimulateStep", 2},   {"SimulateStep", 3},
     };
     EXPECT_EQ(g_trace, expected);
     EXPECT_EQ(g_depth, 0);

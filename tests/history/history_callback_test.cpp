@@ -30,7 +30,7 @@ const bool g_empty_before_any_set =
     kapHistoryFactory::get_history_list(kapRefToObjectId(kapObjectId{1}), "boundary", 0).empty();
 
 class HistoryCallback : public ::testing::Test {
-protected:
+  protected:
     void SetUp() override {
         g_calls.clear();
         g_answer = kapParameterPtr(new kapParameterMap());
@@ -41,7 +41,9 @@ protected:
     }
 };
 
-TEST_F(HistoryCallback, NothingIsInstalledAtStart) { EXPECT_TRUE(g_empty_before_any_set); }
+TEST_F(HistoryCallback, NothingIsInstalledAtStart) {
+    EXPECT_TRUE(g_empty_before_any_set);
+}
 
 TEST_F(HistoryCallback, ForwardsEveryArgumentAndTheSameDataPointer) {
     int cookie = 0;
@@ -55,7 +57,8 @@ TEST_F(HistoryCallback, ForwardsEveryArgumentAndTheSameDataPointer) {
     EXPECT_EQ(g_calls[0].flag, 1);
     EXPECT_EQ(g_calls[1].name, "boundary");
     EXPECT_EQ(g_calls[1].flag, 0);
-    for (const Call& c : g_calls) EXPECT_EQ(c.data, &cookie);
+    for (const Call& c : g_calls)
+        EXPECT_EQ(c.data, &cookie);
 }
 
 TEST_F(HistoryCallback, SettingAgainReplacesFunctionAndData) {

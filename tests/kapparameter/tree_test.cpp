@@ -22,7 +22,8 @@ kapParameterPtr vec3(const char* text) {
 
 kapParameterPtr make_enum(std::initializer_list<const char*> keys) {
     auto* e = new kapParameterEnum();
-    for (const char* k : keys) e->add_state(k, k, k);
+    for (const char* k : keys)
+        e->add_state(k, k, k);
     return kapParameterPtr(e);
 }
 
@@ -77,12 +78,12 @@ INSTANTIATE_TEST_SUITE_P(
     ::testing::Values(KeyCase{"Limit.Boundary", true, 2, "Limit", "Boundary"},
                       KeyCase{"ThicknessSetValues[16].Mode", true, 3, "ThicknessSetValues",
                               "[16].Mode"},
-                      KeyCase{"[3]", true, 1, "[3]", ""}, KeyCase{"a[1][2]", true, 3, "a", "[1][2]"},
-                      KeyCase{"", true, 0, "", ""}, KeyCase{"A..B", false, 0, "", ""},
-                      KeyCase{".A", false, 0, "", ""}, KeyCase{"A.", false, 0, "", ""},
-                      KeyCase{"A[", false, 0, "", ""}, KeyCase{"A[x]", false, 0, "", ""},
-                      KeyCase{"A[-1]", false, 0, "", ""}, KeyCase{"A]", false, 0, "", ""},
-                      KeyCase{"A[1]B", false, 0, "", ""},
+                      KeyCase{"[3]", true, 1, "[3]", ""},
+                      KeyCase{"a[1][2]", true, 3, "a", "[1][2]"}, KeyCase{"", true, 0, "", ""},
+                      KeyCase{"A..B", false, 0, "", ""}, KeyCase{".A", false, 0, "", ""},
+                      KeyCase{"A.", false, 0, "", ""}, KeyCase{"A[", false, 0, "", ""},
+                      KeyCase{"A[x]", false, 0, "", ""}, KeyCase{"A[-1]", false, 0, "", ""},
+                      KeyCase{"A]", false, 0, "", ""}, KeyCase{"A[1]B", false, 0, "", ""},
                       KeyCase{"A[99999999999]", false, 0, "", ""}));
 
 TEST(Key, DeclaredKeysJoinParentAndName) {
@@ -130,8 +131,7 @@ TEST(Values, TextsRoundTripInEachKind) {
         {length(0), " -0.125 ", "-0.125"},
         {length(0), ".5", "0.5"},
         {length(0), "1e-3", "0.001"},
-        {kapParameterPtr(new kapParameterNumeric(kapSubTypeInteger, kapDimensions(), 0)), "7",
-         "7"},
+        {kapParameterPtr(new kapParameterNumeric(kapSubTypeInteger, kapDimensions(), 0)), "7", "7"},
         {kapParameterPtr(new kapParameterNumeric(kapSubTypeInteger, kapDimensions(), 0)), "2.6",
          "3"},
         {kapParameterNumeric::create_bool(0), "5", "1"},
@@ -333,7 +333,7 @@ void step(int& version, kapParameterRoot&, const utStringcoSList&) {
 }
 
 class TestUpdater : public kapParameterUpdater {
-public:
+  public:
     void update(int version, kapParameterRoot& root, const utStringcoSList& list) override {
         static kapParameterSimpleUpdatercoSList steps = [] {
             kapParameterSimpleUpdatercoSList l;

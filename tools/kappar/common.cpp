@@ -313,7 +313,9 @@ namespace {
 
 // A JSON string: the saved-entity quoting is valid JSON (\" \\ \n \t \r, \u00XX for the other
 // controls) and writes bytes that are not UTF-8 as U+FFFD, so the output is always valid JSON.
-void write_string(std::string& out, std::string_view s) { kap_append_quoted(out, s); }
+void write_string(std::string& out, std::string_view s) {
+    kap_append_quoted(out, s);
+}
 
 }  // namespace
 

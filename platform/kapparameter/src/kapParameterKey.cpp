@@ -4,7 +4,9 @@
 
 namespace {
 
-bool is_digit(char c) { return c >= '0' && c <= '9'; }
+bool is_digit(char c) {
+    return c >= '0' && c <= '9';
+}
 
 }  // namespace
 
@@ -19,7 +21,8 @@ bool kapParameterKey::parse(std::string_view path, std::vector<Component>& out) 
         if (c == '[') {
             const std::size_t start = i++;
             const std::size_t digits = i;
-            while (i < n && is_digit(path[i])) ++i;
+            while (i < n && is_digit(path[i]))
+                ++i;
             if (i == digits || i >= n || path[i] != ']' || i - digits > 9) return false;
             int index = 0;
             std::from_chars(path.data() + digits, path.data() + i, index);
@@ -38,7 +41,8 @@ bool kapParameterKey::parse(std::string_view path, std::vector<Component>& out) 
         }
         if (!expect_name || c == '.' || c == ']') return false;
         const std::size_t start = i;
-        while (i < n && path[i] != '.' && path[i] != '[' && path[i] != ']') ++i;
+        while (i < n && path[i] != '.' && path[i] != '[' && path[i] != ']')
+            ++i;
         if (i < n && path[i] == ']') return false;
         out.push_back(Component{static_cast<std::uint32_t>(start),
                                 static_cast<std::uint32_t>(i - start), -1});
@@ -64,9 +68,15 @@ kapParameterKey& kapParameterKey::set_path(std::string_view path) {
     return *this;
 }
 
-kapParameterKey::kapParameterKey(const utString& path) { assign(path); }
-kapParameterKey::kapParameterKey(const char* path) { assign(path ? std::string_view(path) : ""); }
-kapParameterKey::kapParameterKey(std::string_view path) { assign(path); }
+kapParameterKey::kapParameterKey(const utString& path) {
+    assign(path);
+}
+kapParameterKey::kapParameterKey(const char* path) {
+    assign(path ? std::string_view(path) : "");
+}
+kapParameterKey::kapParameterKey(std::string_view path) {
+    assign(path);
+}
 
 kapParameterKey::kapParameterKey(const utString& name, const utString& legacy_key,
                                  const kapParameterKey& parent)
@@ -96,9 +106,13 @@ std::string_view kapParameterKey::first_view() const noexcept {
     return component_text(0);
 }
 
-utString kapParameterKey::first() const { return utString(first_view()); }
+utString kapParameterKey::first() const {
+    return utString(first_view());
+}
 
-utString kapParameterKey::first_lower() const { return kapdowncase(first_view()); }
+utString kapParameterKey::first_lower() const {
+    return kapdowncase(first_view());
+}
 
 kapParameterKey kapParameterKey::remainder() const {
     kapParameterKey out;
@@ -106,7 +120,8 @@ kapParameterKey kapParameterKey::remainder() const {
     const std::uint32_t base = comps_[1].offset;
     out.text_ = text_.substr(base);
     out.comps_.assign(comps_.begin() + 1, comps_.end());
-    for (auto& c : out.comps_) c.offset -= base;
+    for (auto& c : out.comps_)
+        c.offset -= base;
     out.legacy_ = legacy_;
     return out;
 }

@@ -38,7 +38,9 @@ void kapParameterLoader::associate(const kapParameterKey& key, const kapUniqueId
     }
 }
 
-void kapParameterLoader::finalise_loading() { root_.set_modified(false); }
+void kapParameterLoader::finalise_loading() {
+    root_.set_modified(false);
+}
 
 kapParameterUpdater::~kapParameterUpdater() = default;
 

@@ -2,7 +2,8 @@
 
 utString kapdowncase(std::string_view text) {
     utString out(text);
-    for (char& c : out) c = ut_lower(c);
+    for (char& c : out)
+        c = ut_lower(c);
     return out;
 }
 

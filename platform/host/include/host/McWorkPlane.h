@@ -6,7 +6,7 @@
 #include "utils/utString.h"
 
 class McWorkPlane {
-public:
+  public:
     // The world frame, unnamed.
     McWorkPlane() = default;
     McWorkPlane(const utString& name, const giWorkplane3& frame) : name_(name), frame_(frame) {}
@@ -23,7 +23,7 @@ public:
     const giUnitVec3& y_axis() const noexcept { return frame_.y_axis(); }
     const giUnitVec3& z_axis() const noexcept { return frame_.z_axis(); }
 
-private:
+  private:
     utString name_;
     giWorkplane3 frame_;
 };

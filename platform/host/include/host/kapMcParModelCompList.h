@@ -8,7 +8,7 @@
 #include "kapparameter/kapParameterLoader.h"
 
 class kapMcParModelCompList {
-public:
+  public:
     using const_iterator = std::vector<kapUniqueIdPair>::const_iterator;
 
     // Adds `id` at the end; false (and nothing changes) when it is already listed.
@@ -25,6 +25,6 @@ public:
     const_iterator end() const noexcept { return items_.end(); }
     bool operator==(const kapMcParModelCompList&) const = default;
 
-private:
+  private:
     std::vector<kapUniqueIdPair> items_;
 };

@@ -9,7 +9,7 @@
 #include "utils/utString.h"
 
 class kapPattern {
-public:
+  public:
     kapPattern() = default;
     explicit kapPattern(const utString& name) : name_(name) {}
 
@@ -23,7 +23,7 @@ public:
     std::size_t size() const noexcept { return points_.size(); }
     bool empty() const noexcept { return points_.empty(); }
 
-private:
+  private:
     utString name_;
     std::vector<giPoint3> points_;
 };

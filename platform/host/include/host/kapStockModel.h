@@ -10,7 +10,7 @@
 #include "utils/utString.h"
 
 class kapStockModel {
-public:
+  public:
     kapStockModel() = default;
     // A stock model that belongs to the stock model entity `owner`.
     explicit kapStockModel(const kapRefToObjectId& owner, const utString& name = utString())
@@ -25,7 +25,7 @@ public:
     void add_state(const utString& item) { states_.push_back(item); }
     std::size_t num_states() const noexcept { return states_.size(); }
 
-private:
+  private:
     kapRefToObjectId owner_;
     utString name_;
     std::vector<utString> states_;

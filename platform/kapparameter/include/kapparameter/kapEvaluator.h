@@ -9,7 +9,7 @@
 // The answer is a parameter: a number, a text, a flag, the parameter a name denotes, or an
 // error parameter carrying the failure (never an exception).
 class kapEvaluator {
-public:
+  public:
     explicit kapEvaluator(const kapParameter* scope) noexcept : scope_(scope) {}
     explicit kapEvaluator(const kapParameterPtr& scope) noexcept : scope_(scope.pointer()) {}
     kapParameterPtr evaluate(const utString& text) const;
@@ -17,6 +17,6 @@ public:
     // the decimal separator), so the text is returned as it is.
     static utString localize(const utString& text) { return text; }
 
-private:
+  private:
     const kapParameter* scope_;
 };

@@ -17,21 +17,24 @@
 #include "utils/utString.h"
 
 class kapParameterKey {
-public:
+  public:
     struct Component {
         std::uint32_t offset = 0;  // into str()
         std::uint32_t length = 0;
-        std::int32_t index = -1;   // >= 0 for an index component
+        std::int32_t index = -1;  // >= 0 for an index component
         bool is_index() const noexcept { return index >= 0; }
     };
 
     kapParameterKey() = default;
-    kapParameterKey(const utString& path);  // NOLINT(google-explicit-constructor): keys read as paths
-    kapParameterKey(const char* path);      // NOLINT(google-explicit-constructor)
+    kapParameterKey(
+        const utString& path);          // NOLINT(google-explicit-constructor): keys read as paths
+    kapParameterKey(const char* path);  // NOLINT(google-explicit-constructor)
     kapParameterKey(std::string_view path);  // NOLINT(google-explicit-constructor)
     // A declared child: name, legacy key, parent key. The result's path is parent + name.
-    kapParameterKey(const utString& name, const utString& legacy_key, const kapParameterKey& parent);
-    // The element `index` of the sequence named `name` ("name[index]"; "[index]" when name is empty).
+    kapParameterKey(const utString& name, const utString& legacy_key,
+                    const kapParameterKey& parent);
+    // The element `index` of the sequence named `name` ("name[index]"; "[index]" when name is
+    // empty).
     kapParameterKey(int index, const utString& name);
 
     // Re-parses the key from a path, reusing the key's storage (loops over many paths).
@@ -65,7 +68,7 @@ public:
     // Splits `path` into components without allocating; false when malformed. Used on hot paths.
     static bool parse(std::string_view path, std::vector<Component>& out);
 
-private:
+  private:
     void assign(std::string_view path);
     utString text_;
     utString legacy_;

@@ -22,7 +22,7 @@ using kapUniqueIdPtr = std::shared_ptr<const kapUniqueIdPair>;
 // value that the parameter refuses, so nothing read is lost. Change callbacks do not run while a
 // pair is loaded.
 class kapParameterLoader {
-public:
+  public:
     kapParameterLoader(kapParameterRoot& root, int version);
     virtual ~kapParameterLoader();
     kapParameterLoader(const kapParameterLoader&) = delete;
@@ -43,7 +43,7 @@ public:
     // The current keys of the pairs stored so far, in the order met.
     const utStringcoSList& loaded_keys() const noexcept { return loaded_; }
 
-protected:
+  protected:
     kapParameterRoot& root_;
     int version_;
     utStringcoSList loaded_;
@@ -55,7 +55,7 @@ using kapParameterUpdateFn = void (*)(int& version, kapParameterRoot& root,
 
 // The steps of a class in ascending order of N starting at 0: entry N is update_from_N_to_N+1.
 class kapParameterSimpleUpdatercoSList {
-public:
+  public:
     void insert_last(kapParameterUpdateFn fn) { steps_.push_back(fn); }
     std::size_t size() const noexcept { return steps_.size(); }
     kapParameterUpdateFn operator[](std::size_t i) const noexcept { return steps_[i]; }
@@ -63,12 +63,12 @@ public:
     auto end() const noexcept { return steps_.end(); }
     bool operator==(const kapParameterSimpleUpdatercoSList&) const = default;
 
-private:
+  private:
     std::vector<kapParameterUpdateFn> steps_;
 };
 
 class kapParameterUpdater {
-public:
+  public:
     // Brings `root`, saved at `version`, to the current version. This base has no steps.
     virtual void update(int version, kapParameterRoot& root, const utStringcoSList& list);
     virtual ~kapParameterUpdater();
@@ -79,7 +79,7 @@ public:
     // every loader: clear it before loading an entity and read it after updating.
     static utStringutStringcoTable& get_unrecognised_pars();
 
-protected:
+  protected:
     kapParameterUpdater() = default;
     // Runs, in order, the steps whose starting version is not below `version`, each receiving
     // the running version; the root ends at the version the last step set. Runs none for a root

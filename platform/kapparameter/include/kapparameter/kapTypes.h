@@ -18,9 +18,9 @@ using kapDimStandard = int;  // 1 dimensionless, 3 length, 4/7/9 further physica
 inline constexpr kapDimStandard kapDimNone = 1;
 inline constexpr kapDimStandard kapDimLength = 3;
 
-using kapUnitsStandard = int;            // 0: units of the dimension in the current unit system
-using kapParameterMeasureMode = int;     // 1 most lengths, 7 angles; -1 when none is declared
-using kapParameterMirrorMode = int;      // 0 leaves a value unchanged when mirroring
+using kapUnitsStandard = int;              // 0: units of the dimension in the current unit system
+using kapParameterMeasureMode = int;       // 1 most lengths, 7 angles; -1 when none is declared
+using kapParameterMirrorMode = int;        // 0 leaves a value unchanged when mirroring
 using kapParameterVectorAccessType = int;  // 1 component-wise
 
 // Unit systems for get_double_in_units / set_double_in_units and kapUnitsUtils::get_scale_from.
@@ -57,7 +57,7 @@ struct kapRefToObjectId {
 // Numeric range. A flag of 1 makes its bound open (the bound itself is outside the range); the
 // lengths that run from 0 to the largest finite double pass (0, 1).
 class kapRange {
-public:
+  public:
     constexpr kapRange() = default;
     constexpr kapRange(double min, double max, int min_flag, int max_flag)
         : min_(min), max_(max), min_flag_(min_flag), max_flag_(max_flag) {}
@@ -72,7 +72,7 @@ public:
     }
     constexpr bool operator==(const kapRange&) const = default;
 
-private:
+  private:
     double min_ = -std::numeric_limits<double>::max();
     double max_ = std::numeric_limits<double>::max();
     int min_flag_ = 0;
@@ -80,27 +80,27 @@ private:
 };
 
 class kapDimensions {
-public:
+  public:
     constexpr explicit kapDimensions(kapDimStandard s = kapDimNone) : standard_(s) {}
     constexpr kapDimStandard standard() const noexcept { return standard_; }
     constexpr bool is_length() const noexcept { return standard_ == kapDimLength; }
 
-private:
+  private:
     kapDimStandard standard_;
 };
 
 class kapUnits {
-public:
+  public:
     constexpr explicit kapUnits(kapUnitsStandard s = 0) : standard_(s) {}
     constexpr kapUnitsStandard standard() const noexcept { return standard_; }
 
-private:
+  private:
     kapUnitsStandard standard_;
 };
 
 // The process-wide unit system. Defaults are chosen from it when a schema is declared.
 class kapUnitsUtils {
-public:
+  public:
     // 0 for metric; any other value selects imperial defaults.
     static int get_units() noexcept;
     static void set_units(int units) noexcept;
@@ -114,7 +114,7 @@ public:
 
 // Sets the unit system for its lifetime and restores the previous one (tests, the tool).
 class kapUnitsScope {
-public:
+  public:
     explicit kapUnitsScope(int units) noexcept : saved_(kapUnitsUtils::get_units()) {
         kapUnitsUtils::set_units(units);
     }
@@ -122,6 +122,6 @@ public:
     kapUnitsScope(const kapUnitsScope&) = delete;
     kapUnitsScope& operator=(const kapUnitsScope&) = delete;
 
-private:
+  private:
     int saved_;
 };

@@ -18,8 +18,8 @@
 // compare equal across shared-library boundaries without any registration. The macro leaves the
 // class body in `public:` access.
 
-#include <cstdint>
 #include <cstddef>
+#include <cstdint>
 #include <string_view>
 
 struct utTypeID {
@@ -37,36 +37,45 @@ constexpr utTypeID ut_make_type_id(std::string_view name) noexcept {
     return utTypeID{h, name};
 }
 
-#define UT_TYPE_CASTS_(Class)                                                              \
-    static Class* ut_dynamic_cast(std::nullptr_t) noexcept { return nullptr; }             \
-    template <class From>                                                                  \
-    static Class* ut_dynamic_cast(From* p) noexcept {                                      \
-        return (p != nullptr && p->ut_is_kind_of(ut_static_type())) ? static_cast<Class*>(p) \
-                                                                    : nullptr;             \
-    }                                                                                      \
-    template <class From>                                                                  \
-    static const Class* ut_dynamic_cast(const From* p) noexcept {                          \
-        return (p != nullptr && p->ut_is_kind_of(ut_static_type()))                        \
-                   ? static_cast<const Class*>(p)                                          \
-                   : nullptr;                                                              \
+#define UT_TYPE_CASTS_(Class)                                                                      \
+    static Class* ut_dynamic_cast(std::nullptr_t) noexcept {                                       \
+        return nullptr;                                                                            \
+    }                                                                                              \
+    template <class From>                                                                          \
+    static Class* ut_dynamic_cast(From* p) noexcept {                                              \
+        return (p != nullptr && p->ut_is_kind_of(ut_static_type())) ? static_cast<Class*>(p)       \
+                                                                    : nullptr;                     \
+    }                                                                                              \
+    template <class From>                                                                          \
+    static const Class* ut_dynamic_cast(const From* p) noexcept {                                  \
+        return (p != nullptr && p->ut_is_kind_of(ut_static_type())) ? static_cast<const Class*>(p) \
+                                                                    : nullptr;                     \
     }
 
-#define UT_TYPE_ROOT(Class)                                                                \
-public:                                                                                    \
-    static constexpr utTypeID ut_static_type() noexcept { return ut_make_type_id(#Class); } \
-    virtual utTypeID ut_dynamic_type() const noexcept { return ut_static_type(); }         \
-    virtual bool ut_is_kind_of(const utTypeID& t) const noexcept {                         \
-        return t == ut_static_type();                                                      \
-    }                                                                                      \
+#define UT_TYPE_ROOT(Class)                                        \
+  public:                                                          \
+    static constexpr utTypeID ut_static_type() noexcept {          \
+        return ut_make_type_id(#Class);                            \
+    }                                                              \
+    virtual utTypeID ut_dynamic_type() const noexcept {            \
+        return ut_static_type();                                   \
+    }                                                              \
+    virtual bool ut_is_kind_of(const utTypeID& t) const noexcept { \
+        return t == ut_static_type();                              \
+    }                                                              \
     UT_TYPE_CASTS_(Class)
 
-#define UT_TYPE(Class, Base)                                                               \
-public:                                                                                    \
-    static constexpr utTypeID ut_static_type() noexcept { return ut_make_type_id(#Class); } \
-    utTypeID ut_dynamic_type() const noexcept override { return ut_static_type(); }        \
-    bool ut_is_kind_of(const utTypeID& t) const noexcept override {                        \
-        return t == ut_static_type() || Base::ut_is_kind_of(t);                            \
-    }                                                                                      \
+#define UT_TYPE(Class, Base)                                        \
+  public:                                                           \
+    static constexpr utTypeID ut_static_type() noexcept {           \
+        return ut_make_type_id(#Class);                             \
+    }                                                               \
+    utTypeID ut_dynamic_type() const noexcept override {            \
+        return ut_static_type();                                    \
+    }                                                               \
+    bool ut_is_kind_of(const utTypeID& t) const noexcept override { \
+        return t == ut_static_type() || Base::ut_is_kind_of(t);     \
+    }                                                               \
     UT_TYPE_CASTS_(Class)
 
 // Free forms: ut_dynamic_cast<T>(p) and ut_is_kind_of<T>(p).
