@@ -129,8 +129,9 @@ void walk(const kapParameter& p, const std::function<void(const kapParameter&)>&
     fn(p);
     if (!p.is_map()) return;
     const auto& map = static_cast<const kapParameterMap&>(p);
-    for (std::size_t i = 0; i < map.size(); ++i)
+    for (std::size_t i = 0; i < map.size(); ++i) {
         walk(*map.child(i), fn);
+    }
 }
 
 }  // namespace
@@ -138,8 +139,9 @@ void walk(const kapParameter& p, const std::function<void(const kapParameter&)>&
 void for_each_node(const kapParameter& top, const std::function<void(const kapParameter&)>& fn) {
     if (!top.is_map()) return;
     const auto& map = static_cast<const kapParameterMap&>(top);
-    for (std::size_t i = 0; i < map.size(); ++i)
+    for (std::size_t i = 0; i < map.size(); ++i) {
         walk(*map.child(i), fn);
+    }
 }
 
 void for_each_value(const kapParameter& top, const std::function<void(const kapParameter&)>& fn) {
@@ -349,8 +351,9 @@ void Json::write(std::string& out, int indent) const {
         return;
     }
     bool flat = true;
-    for (const auto& item : items_)
+    for (const auto& item : items_) {
         flat = flat && item.second.is_scalar();
+    }
     if (flat) {
         // Short runs of scalars stay on one line.
         std::string line;
@@ -366,7 +369,7 @@ void Json::write(std::string& out, int indent) const {
         if (!first) out += ',';
         first = false;
         out += '\n';
-        out.append(static_cast<std::size_t>(indent + 2), ' ');
+        out.append(static_cast<std::size_t>(indent) + 2, ' ');
         if (object) {
             write_string(out, key);
             out += ": ";

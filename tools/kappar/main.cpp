@@ -269,7 +269,8 @@ int usage_error(std::string_view command, std::string_view message) {
 
 int main(int argc, char** argv) {
     std::vector<std::string> args;
-    for (int i = 1; i < argc; ++i)
+    for (int i = 1; i < argc; ++i) {
         args.emplace_back(argv[i]);
+    }
     return kcli::run(args);
 }

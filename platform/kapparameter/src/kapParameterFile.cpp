@@ -36,20 +36,25 @@ enum : std::uint8_t {
 
 constexpr std::array<std::uint8_t, 256> make_classes() {
     std::array<std::uint8_t, 256> t{};
-    for (int c = 0x20; c < 0x7f; ++c)
+    for (int c = 0x20; c < 0x7f; ++c) {
         t[c] |= kPlain;
+    }
     t['"'] &= ~kPlain;
     t['\\'] &= ~kPlain;
     t[0x7f] |= kPlain;  // DEL is accepted raw; the writer escapes it
-    for (int c = 'a'; c <= 'z'; ++c)
+    for (int c = 'a'; c <= 'z'; ++c) {
         t[c] |= kKeyStart | kKeyChar;
-    for (int c = 'A'; c <= 'Z'; ++c)
+    }
+    for (int c = 'A'; c <= 'Z'; ++c) {
         t[c] |= kKeyStart | kKeyChar;
-    for (int c = '0'; c <= '9'; ++c)
+    }
+    for (int c = '0'; c <= '9'; ++c) {
         t[c] |= kKeyChar;
+    }
     t['_'] |= kKeyStart | kKeyChar;
-    for (char c : {'.', '[', ']', '-', ':'})
+    for (char c : {'.', '[', ']', '-', ':'}) {
         t[static_cast<unsigned char>(c)] |= kKeyChar;
+    }
     return t;
 }
 constexpr std::array<std::uint8_t, 256> kClass = make_classes();
@@ -82,8 +87,9 @@ inline const char* skip_key_chars(const char* q, const char* e, const char* text
 #else
     (void)text_end;
 #endif
-    while (q < e && (cls(*q) & kKeyChar))
+    while (q < e && (cls(*q) & kKeyChar)) {
         ++q;
+    }
     return q;
 }
 
@@ -93,12 +99,14 @@ inline const char* skip_key_chars(const char* q, const char* e, const char* text
 template <std::uint8_t mask>
 inline const char* skip_class(const char* q, const char* e, bool bounded) {
     if (!bounded) {
-        while (cls(*q) & mask)
+        while (cls(*q) & mask) {
             ++q;
+        }
         return q;
     }
-    while (q < e && (cls(*q) & mask))
+    while (q < e && (cls(*q) & mask)) {
         ++q;
+    }
     return q;
 }
 inline unsigned char uc(char c) {
@@ -153,8 +161,9 @@ constexpr char kHex[] = "0123456789abcdef";
 
 utString hex_code(std::uint32_t cp, int digits) {
     utString s;
-    for (int i = digits - 1; i >= 0; --i)
+    for (int i = digits - 1; i >= 0; --i) {
         s += "0123456789ABCDEF"[(cp >> (4 * i)) & 0xf];
+    }
     return s;
 }
 
@@ -162,8 +171,9 @@ utString hex_code(std::uint32_t cp, int digits) {
 utString excerpt(std::string_view s, std::size_t max = 60) {
     if (s.size() <= max) return utString(s);
     std::size_t n = max;
-    while (n > 0 && (uc(s[n]) & 0xc0) == 0x80)
+    while (n > 0 && (uc(s[n]) & 0xc0) == 0x80) {
         --n;
+    }
     return utString(s.substr(0, n)) + "...";
 }
 
@@ -174,8 +184,9 @@ class KeyIndex {
   public:
     KeyIndex(const std::vector<kapFilePair>& pairs, std::size_t expected) : pairs_(pairs) {
         std::size_t cap = 64;
-        while (cap < expected * 2)
+        while (cap < expected * 2) {
             cap <<= 1;
+        }
         slots_.assign(cap, Slot{});
     }
 
@@ -192,8 +203,9 @@ class KeyIndex {
                 ++count_;
                 return -1;
             }
-            if (s.hash == h && pairs_[s.index - 1].key == key)
+            if (s.hash == h && pairs_[s.index - 1].key == key) {
                 return static_cast<long>(s.index) - 1;
+            }
         }
     }
 
@@ -249,8 +261,9 @@ class KeyIndex {
         for (const Slot& s : old) {
             if (s.index == 0) continue;
             std::size_t i = s.hash & mask;
-            while (slots_[i].index != 0)
+            while (slots_[i].index != 0) {
                 i = (i + 1) & mask;
+            }
             slots_[i] = s;
         }
     }
@@ -304,8 +317,9 @@ class Reader {
     // position has been read and validated, so counting lead bytes is exact.
     int column(const char* at) const {
         int col = 1;
-        for (const char* p = line_start_; p < at; ++p)
+        for (const char* p = line_start_; p < at; ++p) {
             col += (uc(*p) & 0xc0) != 0x80;
+        }
         return col;
     }
 
@@ -414,8 +428,9 @@ bool Reader::run() {
 
 bool Reader::line_content(const char* s, const char* e) {
     const char* q = s;
-    while (q < e && is_space(*q))
+    while (q < e && is_space(*q)) {
         ++q;
+    }
     if (q == e) return true;
     if (*q == '#') return comment(q + 1, e);
     if (stage_ == Stage::pairs) return pair_line(q, e);
@@ -440,8 +455,9 @@ bool Reader::comment(const char* q, const char* e) {
 }
 
 bool Reader::end_of_line(const char* q, const char* e, std::string_view after) {
-    while (q < e && is_space(*q))
+    while (q < e && is_space(*q)) {
         ++q;
+    }
     if (q == e) return true;
     if (*q == '#') return comment(q + 1, e);
     if (!check_byte(q, e)) return false;
@@ -453,14 +469,16 @@ bool Reader::unsigned_number(const char*& q, const char* e, std::string_view wha
     const char* s = q;
     if (q < e && (*q == '-' || *q == '+')) ++q;
     const char* digits = q;
-    while (q < e && *q >= '0' && *q <= '9')
+    while (q < e && *q >= '0' && *q <= '9') {
         ++q;
+    }
     if (q == digits) {
         return fail_expected(s, e, "expected " + utString(what) + " (a whole number)");
     }
     if (q < e && (cls(*q) & kKeyChar)) {
-        while (q < e && (cls(*q) & kKeyChar))
+        while (q < e && (cls(*q) & kKeyChar)) {
             ++q;
+        }
         return fail(s, utString(what) + " must be a whole number, not '" +
                            excerpt(std::string_view(s, q - s), 20) + "'");
     }
@@ -481,8 +499,9 @@ bool Reader::unsigned_number(const char*& q, const char* e, std::string_view wha
 
 bool Reader::header_line(const char* q, const char* e) {
     const char* ws = q;
-    while (q < e && (cls(*q) & kKeyChar))
+    while (q < e && (cls(*q) & kKeyChar)) {
         ++q;
+    }
     const std::string_view word(ws, q - ws);
 
     if (stage_ == Stage::magic) {
@@ -490,18 +509,21 @@ bool Reader::header_line(const char* q, const char* e) {
             return fail_expected(ws, e,
                                  "not a kappar entity file: expected 'kappar-entity 1' first");
         }
-        while (q < e && is_space(*q))
+        while (q < e && is_space(*q)) {
             ++q;
+        }
         const char* vs = q;
         int v = 0;
         const char* d = q;
-        while (d < e && *d >= '0' && *d <= '9')
+        while (d < e && *d >= '0' && *d <= '9') {
             ++d;
+        }
         if (d > q && (d == e || !(cls(*d) & kKeyChar))) {
             // Any run of digits: a huge number is still a version newer than ours.
             std::string_view digits(q, d - q);
-            while (digits.size() > 1 && digits.front() == '0')
+            while (digits.size() > 1 && digits.front() == '0') {
                 digits.remove_prefix(1);
+            }
             const bool newer = digits.size() > 1 ||
                                (digits.size() == 1 && digits[0] > '0' + kap_file_format_version);
             if (newer) {
@@ -530,8 +552,9 @@ bool Reader::header_line(const char* q, const char* e) {
         if (word == kMagic) return fail(ws, "duplicate header 'kappar-entity'");
         return fail_expected(ws, e, "missing header field '" + utString(want) + "'");
     }
-    while (q < e && is_space(*q))
+    while (q < e && is_space(*q)) {
         ++q;
+    }
     switch (stage_) {
         case Stage::kind: {
             if (q == e || *q != '"') {
@@ -583,8 +606,9 @@ bool Reader::pair_line(const char* q, const char* e) {
         if (!check_byte(q, e)) return false;
         return fail(q, "invalid character " + describe(q, e) + " in key '" + excerpt(key) + "'");
     }
-    while (q < e && is_space(*q))
+    while (q < e && is_space(*q)) {
         ++q;
+    }
     if (q == e || *q != '=') {
         if (q < e && (*q == '"' || (*q >= '0' && *q <= '9')) &&
             (key == "kind" || key == "version" || key == "name")) {
@@ -594,8 +618,9 @@ bool Reader::pair_line(const char* q, const char* e) {
         return fail_expected(q, e, "expected '=' after key '" + excerpt(key) + "'");
     }
     ++q;
-    while (q < e && is_space(*q))
+    while (q < e && is_space(*q)) {
         ++q;
+    }
     if (q == e || *q != '"') {
         return fail_expected(q, e,
                              "expected a quoted value after '=' (values are written \"...\")");
@@ -700,12 +725,13 @@ bool Reader::escape(const char*& q, const char* e, utString& out) {
             for (int i = 0; i < digits; ++i, ++d) {
                 int v = -1;
                 if (d < e) {
-                    if (*d >= '0' && *d <= '9')
+                    if (*d >= '0' && *d <= '9') {
                         v = *d - '0';
-                    else if (*d >= 'a' && *d <= 'f')
+                    } else if (*d >= 'a' && *d <= 'f') {
                         v = *d - 'a' + 10;
-                    else if (*d >= 'A' && *d <= 'F')
+                    } else if (*d >= 'A' && *d <= 'F') {
                         v = *d - 'A' + 10;
+                    }
                 }
                 if (v < 0) {
                     // Show the escape as far as it goes, plus the offending character when it
@@ -864,8 +890,9 @@ utString kap_quote(std::string_view value) {
 
 utString kap_write_entity_text(const kapFileDocument& doc) {
     std::size_t size = 64 + doc.kind.size() + doc.name.size();
-    for (const kapFilePair& p : doc.pairs)
+    for (const kapFilePair& p : doc.pairs) {
         size += p.key.size() + p.value.size() + 6;
+    }
     utString out;
     out.reserve(size);
     out += "kappar-entity 1\nkind ";
