@@ -97,35 +97,17 @@ class GeneratedSchema {
         for (int i = 0; i < leaves; ++i) {
             const std::string path = prefix + "P" + std::to_string(counter_++);
             kapDeclRow row{.path = keep(path), .legacy = {}, .label = keep("Label " + path)};
-            switch (pick(8)) {
-                case 0:
-                    row.kind = kapDeclKind::real;
-                    break;
-                case 1:
-                    row.kind = kapDeclKind::integer;
-                    break;
-                case 2:
-                    row.kind = kapDeclKind::flag;
-                    break;
-                case 3:
-                    row.kind = kapDeclKind::angle;
-                    break;
-                case 4:
-                    row.kind = kapDeclKind::enumeration;
-                    row.states = states();
-                    row.def = "s1";
-                    break;
-                case 5:
-                    row.kind = kapDeclKind::string;
-                    break;
-                case 6:
-                    row.kind = kapDeclKind::vector;
-                    break;
-                default:
-                    row.kind = kapDeclKind::real;
-                    row.dim = kapDimLength;
-                    break;
+            static constexpr kapDeclKind kKinds[] = {kapDeclKind::real,        kapDeclKind::integer,
+                                                     kapDeclKind::flag,        kapDeclKind::angle,
+                                                     kapDeclKind::string,      kapDeclKind::vector,
+                                                     kapDeclKind::enumeration, kapDeclKind::real};
+            const int k = pick(8);
+            row.kind = kKinds[k];
+            if (row.kind == kapDeclKind::enumeration) {
+                row.states = states();
+                row.def = "s1";
             }
+            if (k == 7) row.dim = kapDimLength;
             rows_.push_back(row);
         }
         if (depth < 3) {

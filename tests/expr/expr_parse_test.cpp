@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "kapparameter/kapExpr.h"
+#include "utils/utString.h"
 
 namespace {
 
@@ -127,6 +128,7 @@ const char* const declared_texts[] = {
     "Type=='a' or Type=='b'",
     "Type=='a' && Type=='b'",
     "Type=='a' || Type=='b'",
+    "A and B or C && D || E",
 };
 // clang-format on
 
@@ -136,6 +138,16 @@ TEST(ExprCompile, EveryDeclaredTextCompiles) {
         ASSERT_NE(c, nullptr);
         EXPECT_TRUE(c->ok()) << text << "\n  " << c->error().message << " at " << c->error().offset;
         EXPECT_EQ(c->text(), text);
+        // Connectives and constants are words of the language, never names.
+        for (const auto& list : {c->names(), c->calls()}) {
+            for (const kapExprPath& p : list) {
+                for (const char* word : {"and", "or", "true", "false"}) {
+                    EXPECT_FALSE(p.components.size() == 1 &&
+                                 kapdowncase(p.components[0].text) == word)
+                        << text << " reads '" << p.text << "' as a name";
+                }
+            }
+        }
     }
 }
 

@@ -7,6 +7,7 @@
 #include <numbers>
 
 #include "kapparameter/kapExpr.h"
+#include "utils/utString.h"
 
 namespace {
 
@@ -25,17 +26,6 @@ __attribute__((tls_model("initial-exec"))) thread_local std::array<const void*, 
     t_guard_nodes{};
 __attribute__((tls_model("initial-exec"))) thread_local int t_guard_count = 0;
 
-bool iequal(std::string_view a, std::string_view b) noexcept {
-    if (a.size() != b.size()) return false;
-    for (std::size_t i = 0; i < a.size(); ++i) {
-        char x = a[i], y = b[i];
-        if (x >= 'A' && x <= 'Z') x = static_cast<char>(x - 'A' + 'a');
-        if (y >= 'A' && y <= 'Z') y = static_cast<char>(y - 'A' + 'a');
-        if (x != y) return false;
-    }
-    return true;
-}
-
 // A text as a number: a number, or "true" / "false".
 bool read_number(std::string_view t, double& out) noexcept {
     if (kapExpr::parse_number(t, out)) return true;
@@ -43,11 +33,11 @@ bool read_number(std::string_view t, double& out) noexcept {
         t.remove_prefix(1);
     while (!t.empty() && (t.back() == ' ' || t.back() == '\t'))
         t.remove_suffix(1);
-    if (iequal(t, "true")) {
+    if (ut_iequal(t, "true")) {
         out = 1.0;
         return true;
     }
-    if (iequal(t, "false")) {
+    if (ut_iequal(t, "false")) {
         out = 0.0;
         return true;
     }

@@ -12,6 +12,7 @@
 #include <unordered_map>
 
 #include "kapparameter/kapExpr.h"
+#include "utils/utString.h"
 
 namespace {
 
@@ -26,17 +27,6 @@ bool is_digit(char c) noexcept {
 }
 bool is_blank(char c) noexcept {
     return c == ' ' || c == '\t' || c == '\r' || c == '\n';
-}
-
-bool iequal(std::string_view a, std::string_view b) noexcept {
-    if (a.size() != b.size()) return false;
-    for (std::size_t i = 0; i < a.size(); ++i) {
-        char x = a[i], y = b[i];
-        if (x >= 'A' && x <= 'Z') x = static_cast<char>(x - 'A' + 'a');
-        if (y >= 'A' && y <= 'Z') y = static_cast<char>(y - 'A' + 'a');
-        if (x != y) return false;
-    }
-    return true;
 }
 
 // Built-in functions: exact name, smallest and largest argument count (-1: no limit).
@@ -345,18 +335,18 @@ class kapExprParser {
         // Words of the language.
         if (anchor_ == kapExprAnchor::owner && scratch_.size() == 1) {
             const std::string_view w = scratch_[0].text;
-            if (iequal(w, "and"))
+            if (ut_iequal(w, "and"))
                 tok_ = Tok::land;
-            else if (iequal(w, "or"))
+            else if (ut_iequal(w, "or"))
                 tok_ = Tok::lor;
-            else if (iequal(w, "true"))
+            else if (ut_iequal(w, "true"))
                 tok_ = Tok::kw_true;
-            else if (iequal(w, "false"))
+            else if (ut_iequal(w, "false"))
                 tok_ = Tok::kw_false;
         }
         // The root alias.
         if (tok_ == Tok::path && anchor_ == kapExprAnchor::owner && !scratch_.empty() &&
-            iequal(scratch_[0].text, "rootpar")) {
+            ut_iequal(scratch_[0].text, "rootpar")) {
             anchor_ = kapExprAnchor::root;
             scratch_.erase(scratch_.begin());
             // The relative text starts after "rootpar." ("rootpar" before an index).
@@ -606,8 +596,8 @@ class kapExprParser {
         const std::string_view rel = std::string_view(src_).substr(rel_start_, pos_ - rel_start_);
         for (std::size_t i = 0; i < list.size(); ++i) {
             const PendingPath& pp = list[i];
-            if (pp.anchor == anchor_ && iequal(pp.entity.text, entity_.text) &&
-                iequal(pp.relative, rel))
+            if (pp.anchor == anchor_ && ut_iequal(pp.entity.text, entity_.text) &&
+                ut_iequal(pp.relative, rel))
                 return static_cast<std::uint32_t>(i);
         }
         PendingPath pp;
