@@ -11,7 +11,22 @@
 #include "kapEvalHooks.h"
 #include "kapparameter/kapExpr.h"
 
+__attribute__((tls_model("initial-exec"))) thread_local kapEvalTrace t_kap_eval_trace;
+
 namespace {
+
+// An evaluation under way on this thread, for the life of the object.
+struct Nested {
+    Nested() noexcept { ++t_kap_eval_trace.depth; }
+    ~Nested() { --t_kap_eval_trace.depth; }
+    Nested(const Nested&) = delete;
+    Nested& operator=(const Nested&) = delete;
+};
+
+// A step whose result the tree's values and shape alone do not decide.
+void unsure() noexcept {
+    ++t_kap_eval_trace.unsure;
+}
 
 const kapParameter* as_par(const void* node) {
     return static_cast<const kapParameter*>(node);
@@ -253,6 +268,8 @@ const kapExprCompiled* compiled_value(const kapValueText& t,
 // one (an answer of lookup_method) on the parameter it was made for. A function that is already
 // running on this thread, or calls nested too deeply, answer an error instead of recursing.
 kapParameterPtr invoke(const kapParameterMemberFunction& f, const kapParameterPtr& args) {
+    unsure();
+    const Nested nested;
     kapExprGuard guard(&f);
     if (!guard.ok()) {
         const kapExprError e = guard.error().error();
@@ -277,6 +294,7 @@ class kapTreeScope final : public kapExprScope {
     kapExprValue resolve(const kapExprPath& path) const override {
         const kapParameter* node = find(path);
         if (node != nullptr) return kapExprValue::from_node(node, this);
+        unsure();  // the root's functions, other roots, the global scope
         // A function or list that the root provides under this name ("num_comp").
         if (path.anchor != kapExprAnchor::global) {
             const kapParameterRoot* root = kapParameterRoot::get_root(owner_);
@@ -313,6 +331,7 @@ class kapTreeScope final : public kapExprScope {
     }
 
     kapExprValue call(const kapExprPath& fn, std::span<const kapExprValue> args) const override {
+        unsure();
         // Arguments travel as a list of plain values.
         kapParameterPtr list(new kapParameterList());
         auto* l = static_cast<kapParameterList*>(list.pointer());
@@ -369,6 +388,7 @@ class kapTreeScope final : public kapExprScope {
     bool read(const kapExprPath& path, kapExprScalar& out) const override {
         const kapParameter* p = find(path);
         if (p == nullptr || p->is_expr()) return false;
+        if (p->impl().onread != nullptr) unsure();  // reading runs a callback
         switch (p->type()) {
             case kapParameterType::numeric:
                 out.is_text = false;
@@ -392,13 +412,25 @@ class kapTreeScope final : public kapExprScope {
         }
     }
 
-    kapExprValue value_of(const void* node) const override { return plain_value(as_par(node)); }
+    kapExprValue value_of(const void* node) const override {
+        const kapParameter* p = as_par(node);
+        if (p->is_expr() || p->impl().onread != nullptr ||
+            p->type() == kapParameterType::memberfunction) {
+            unsure();
+        }
+        return plain_value(p);
+    }
 
-    bool is_active(const void* node) const override { return as_par(node)->is_active(); }
+    bool is_active(const void* node) const override {
+        unsure();
+        return as_par(node)->is_active();
+    }
 
     // The plain value of a parameter; an expression is evaluated in the parameter's own scope.
     static kapExprValue plain_value(const kapParameter* p) {
         if (p->is_expr()) {
+            unsure();
+            const Nested nested;
             kapExprGuard guard(p);
             if (!guard.ok()) return guard.error();
             std::shared_ptr<const kapExprCompiled> held;
@@ -468,6 +500,7 @@ class kapTreeScope final : public kapExprScope {
                 return find_from(root, path, /*climb=*/false);
             }
             case kapExprAnchor::global: {
+                unsure();
                 const kapParameter* entity =
                     kapParameterLib::get_eval_scope().find_child(path.entity.text);
                 if (entity == nullptr) return nullptr;
@@ -538,6 +571,7 @@ class kapTreeScope final : public kapExprScope {
     // a name is looked for, after the tree and the root's lookup_method.
     static const kapParameter* find_global(std::span<const kapExprName> comps) {
         if (comps.empty() || comps.front().is_index()) return nullptr;
+        unsure();
         const kapParameter* entity =
             kapParameterLib::get_eval_scope().find_child(comps.front().text);
         return entity == nullptr ? nullptr : walk(entity, comps.subspan(1));
@@ -593,9 +627,54 @@ kapParameterPtr kapEvaluator::evaluate(const utString& text) const {
     if (scope_ == nullptr) return kapParameterError::create(kapErrGeneric, "no scope");
     auto compiled = kapExpr::compile(text);
     if (!compiled->ok()) return to_parameter(kapExprValue::from_error(compiled->error()));
+    unsure();
+    const Nested nested;
     kapTreeScope scope(scope_, /*inside=*/true);
     return to_parameter(compiled->evaluate(scope));
 }
+
+namespace {
+
+// Answers of activity conditions on this thread. A condition of a node with a parent reads its
+// names from the parent outward, so its answer depends on the condition and the parent alone:
+// the siblings under one map share it. Each answer holds the change count it was made at and
+// is valid while the count stands. Sets of four found by the pair's address; 1024 answers
+// (24 KiB): a large entity has about as many pairs of map and condition.
+struct ActivityMemo {
+    const kapParameter* scope = nullptr;
+    const kapExprCompiled* condition = nullptr;
+    std::uint64_t stamp = 0;  // change count * 2 + answer
+};
+constexpr int kActivityMemoWays = 4;
+constexpr int kActivityMemoSetBits = 8;
+struct ActivityMemoSet {
+    ActivityMemo way[kActivityMemoWays];
+};
+__attribute__((tls_model("initial-exec"))) thread_local ActivityMemoSet
+    t_activity_memo[std::size_t{1} << kActivityMemoSetBits];
+
+ActivityMemoSet& activity_set(const kapParameter* scope, const kapExprCompiled* condition) {
+    std::uint64_t h = reinterpret_cast<std::uintptr_t>(scope) * 0x9E3779B97F4A7C15ull;
+    h ^= reinterpret_cast<std::uintptr_t>(condition) * 0xC2B2AE3D27D4EB4Full;
+    return t_activity_memo[h >> (64 - kActivityMemoSetBits)];
+}
+
+bool evaluate_active(const kapParameter& par, const kapExprCompiled* compiled, bool lasting) {
+    const Nested nested;
+    // A pinned declaration keeps its compiled condition for the life of the process.
+    const kapTreeScope scope(&par, /*inside=*/false, lasting ? compiled : nullptr);
+    // Activity that reads itself (through active(), or through a function that asks) is a cycle:
+    // it counts as active. A condition that calls nothing cannot come back here.
+    if (compiled->uses_active() || !compiled->calls().empty()) {
+        unsure();
+        kapExprGuard guard(reinterpret_cast<const char*>(&par) + 1);
+        if (!guard.ok()) return true;
+        return compiled->evaluate_condition(scope) != 0;  // an error hides nothing
+    }
+    return compiled->evaluate_condition(scope) != 0;
+}
+
+}  // namespace
 
 bool kap_eval_active(const kapParameter& par) {
     const kapParameterImpl& impl = par.impl();
@@ -610,21 +689,42 @@ bool kap_eval_active(const kapParameter& par) {
         if (!impl.pinned) impl.active_expr = held;
     }
     if (!compiled->ok()) return true;  // a broken condition hides nothing
-    // A declaration that is pinned keeps its compiled condition for the life of the process.
-    const kapTreeScope scope(&par, /*inside=*/false,
-                             impl.pinned && held == nullptr ? compiled : nullptr);
-    // Activity that reads itself (through active(), or through a function that asks) is a cycle:
-    // it counts as active. A condition that calls nothing cannot come back here.
-    if (compiled->uses_active() || !compiled->calls().empty()) {
-        kapExprGuard guard(reinterpret_cast<const char*>(&par) + 1);
-        if (!guard.ok()) return true;
-        return compiled->evaluate_condition(scope) != 0;  // an error hides nothing
+    const bool lasting = impl.pinned && held == nullptr;
+    // Remembered: conditions held by their declaration, of a node with a parent, asked outside
+    // any other evaluation (one under way may meet the nodes it is evaluating, which answer
+    // differently there), when the answer read only values and the tree's shape.
+    const kapParameter* parent = par.parent();
+    if (held != nullptr || parent == nullptr || t_kap_eval_trace.depth != 0) {
+        return evaluate_active(par, compiled, lasting);
     }
-    return compiled->evaluate_condition(scope) != 0;
+    const std::uint64_t epoch = g_kap_activity_epoch.load(std::memory_order_relaxed);
+    ActivityMemoSet& set = activity_set(parent, compiled);
+    int last = kActivityMemoWays - 1;
+    for (int k = 0; k < kActivityMemoWays; ++k) {
+        const ActivityMemo& m = set.way[k];
+        if (m.scope == parent && m.condition == compiled) {
+            if ((m.stamp >> 1) == epoch) return (m.stamp & 1) != 0;
+            last = k;
+            break;
+        }
+    }
+    const std::uint32_t unsure_before = t_kap_eval_trace.unsure;
+    const bool active = evaluate_active(par, compiled, lasting);
+    if (t_kap_eval_trace.unsure != unsure_before ||
+        g_kap_activity_epoch.load(std::memory_order_relaxed) != epoch) {
+        return active;
+    }
+    // Newest first: an older answer of the same pair is dropped, else the oldest one.
+    for (int k = last; k > 0; --k)
+        set.way[k] = set.way[k - 1];
+    set.way[0] = ActivityMemo{parent, compiled, epoch * 2 + (active ? 1 : 0)};
+    return active;
 }
 
 double kap_eval_number(const kapParameter& par) {
     if (par.is_expr()) {
+        unsure();
+        const Nested nested;
         std::shared_ptr<const kapExprCompiled> held;
         const kapExprCompiled* compiled = compiled_value(*par.extra(), held);
         const kapTreeScope scope(&par, /*inside=*/false, held == nullptr ? compiled : nullptr);

@@ -426,6 +426,7 @@ void kapParameter::destroy_owned() const noexcept {
 }
 
 kapParameterImpl& kapParameter::mut_impl() {
+    kap_activity_changed();
     if ((flags_ & kPinnedFlag) || impl_->refs > 1) {
         auto* copy = new kapParameterImpl(*impl_);
         release_impl();
@@ -437,6 +438,7 @@ kapParameterImpl& kapParameter::mut_impl() {
 void kapParameter::set_impl(const kapParameterImplPtr& impl) {
     kapParameterImpl* p = impl.get();
     if (p == nullptr || p == impl_) return;
+    kap_activity_changed();
     const bool blank = p->name.empty() && p->subtype == 0 && p->states.empty() &&
                        p->component == nullptr && p->vector_size == 0;
     if (!blank && p->vector_size != impl_->vector_size) return;  // would not fit the values
@@ -559,6 +561,7 @@ bool kapParameter::begin_write() const {
 }
 
 void kapParameter::end_write() {
+    kap_activity_changed();
     if (kapParameterRoot* root = get_root()) root->set_modified(true);
     kapOnModifyFn fn = impl_->onmodify;
     if (fn == nullptr && !impl_->onmodify_name.empty()) {
@@ -572,6 +575,7 @@ void kapParameter::run_onread() const {
 }
 
 kapValueText& kapParameter::mut_extra() {
+    kap_activity_changed();
     if (flags_ & kTextFlag) {
         kapValueText* t = slot_.text;
         if (t->refs.load(std::memory_order_acquire) == 1) return *t;
@@ -589,6 +593,7 @@ kapValueText& kapParameter::mut_extra() {
 }
 void kapParameter::clear_extra() noexcept {
     if (flags_ & kTextFlag) {
+        kap_activity_changed();
         if (slot_.text->refs.fetch_sub(1, std::memory_order_acq_rel) == 1) delete slot_.text;
         flags_ &= ~kTextFlag;
         slot_.integer = 0;
@@ -704,6 +709,7 @@ bool kapParameterNumeric::store(double v) {
         v = std::nearbyint(v);
     }
     clear_extra();
+    kap_activity_changed();
     slot_.number = v;
     return true;
 }
@@ -866,6 +872,7 @@ bool kapParameterEnum::set_int(int v) {
     if (!begin_write()) return false;
     const bool changed = get_state() != v;
     clear_extra();
+    kap_activity_changed();
     slot_.integer = v;
     if (changed) end_write();
     return true;
@@ -1195,6 +1202,7 @@ bool kapParameterRef::set_ref_from_id(const kapObjectId& id) {
     if (!begin_write()) return false;
     const bool changed = get_ref_id() != id || extra() != nullptr;
     clear_extra();
+    kap_activity_changed();
     slot_.integer = static_cast<std::int64_t>(id.value);
     if (changed) end_write();
     return true;
@@ -1326,6 +1334,7 @@ struct kapParameterBlocks {
 };
 
 kapParameterMap::kapParameterMap() {
+    kap_activity_changed();
     impl_ = blank_impl(8, 0, kapDimNone);
     flags_ |= kMapFlag;
 }
@@ -1336,6 +1345,7 @@ kapParameterMap::kapParameterMap(const kapParameterMap& o) : kapParameter(o) {
 }
 
 kapParameterMap::~kapParameterMap() {
+    kap_activity_changed();
     kapParameterPtr* kids = slot_.kids;
     const std::uint32_t n = size_;
     size_ = 0;
@@ -1377,12 +1387,14 @@ void kapParameterMap::reserve_kids(std::size_t n) {
 }
 
 void kapParameterMap::push_kid(kapParameterPtr&& child) {
+    kap_activity_changed();
     if (size_ == cap_) reserve_kids(cap_ < 4 ? 4 : std::size_t{cap_} * 2);
     new (slot_.kids + size_) kapParameterPtr(std::move(child));
     ++size_;
 }
 
 void kapParameterMap::erase_kid(std::size_t i) noexcept {
+    kap_activity_changed();
     kapParameterPtr gone(std::move(slot_.kids[i]));
     slot_.kids[i].~kapParameterPtr();
     std::memmove(static_cast<void*>(slot_.kids + i), static_cast<const void*>(slot_.kids + i + 1),
@@ -1392,6 +1404,7 @@ void kapParameterMap::erase_kid(std::size_t i) noexcept {
 }
 
 void kapParameterMap::clear_kids() noexcept {
+    kap_activity_changed();
     const std::uint32_t n = size_;
     size_ = 0;
     for (std::uint32_t i = 0; i < n; ++i)
@@ -1401,12 +1414,14 @@ void kapParameterMap::clear_kids() noexcept {
 }
 
 void kapParameterMap::touch_structure() noexcept {
+    kap_activity_changed();
     for (kapParameterMap* m = this; m != nullptr && (m->flags_ & kPristineFlag); m = m->parent_) {
         m->flags_ &= ~kPristineFlag;
     }
 }
 
 void kapParameterMap::copy_children_from(const kapParameterMap& o) {
+    kap_activity_changed();
     const bool was_empty = size_ == 0;
     if (!was_empty) touch_structure();
     if (was_empty && impl_->pinned && impl_->name.empty() && !o.impl_->index.empty()) {
@@ -1780,6 +1795,7 @@ kapParameterRoot& kapParameterRoot::operator=(const kapParameterRoot& o) {
 }
 
 void kapParameterRoot::register_self() {
+    kap_activity_changed();
     auto& r = registry();
     std::lock_guard<std::mutex> lock(r.mutex);
     id_ = kapObjectId{r.next++};
@@ -1787,6 +1803,7 @@ void kapParameterRoot::register_self() {
 }
 
 kapParameterRoot::~kapParameterRoot() {
+    kap_activity_changed();
     auto& r = registry();
     std::lock_guard<std::mutex> lock(r.mutex);
     r.roots.erase(id_.value);

@@ -1,0 +1,218 @@
+// Activity answers are remembered between questions: every change that a condition can read must
+// show in the very next answer.
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "kapparameter/kapParameter.h"
+#include "kapparameter/kapParameterLoader.h"
+
+namespace {
+
+kapParameter* mut(const kapParameter* p) {
+    return const_cast<kapParameter*>(p);
+}
+
+kapParameterPtr number(double v) {
+    return kapParameterPtr(new kapParameterNumeric(kapSubTypeReal, kapDimensions(kapDimNone), v));
+}
+
+kapParameterPtr strategy() {
+    auto* e = new kapParameterEnum();
+    for (const char* k : {"raster", "offset", "pencil"})
+        e->add_state(k, k, k);
+    e->set_string("raster");
+    return kapParameterPtr(e);
+}
+
+kapParameterPtr text(const char* v) {
+    auto* s = new kapParameterString();
+    s->set_string(v);
+    return kapParameterPtr(s);
+}
+
+// part: Strategy, Tolerance 0.1, Name "a", Tool -> tool{Diameter 10}, Shield 5,
+//       Block{Y, Shield 0.5, Inner{X, Z}} where Block.Inner and its leaves carry conditions.
+struct Trees {
+    kapParameterRoot tool{"tool", 1, "T1"};
+    kapParameterRoot big_tool{"tool", 1, "T2"};
+    kapParameterRoot part{"part", 1, "P1"};
+    Trees() {
+        tool.add("Diameter", number(10));
+        big_tool.add("Diameter", number(30));
+        part.add("Strategy", strategy());
+        part.add("Tolerance", number(0.1));
+        part.add("Name", text("a"));
+        part.add("Tool", kapParameterPtr(new kapParameterRef()));
+        mut(part.find_node("Tool"))->set_ref_from_id(tool.get_id());
+        part.add("Block", kapParameterPtr(new kapParameterMap()));
+        part.add("Block.Y", number(1));
+        part.add("Shield", number(5));
+        part.add("Block.Shield", number(0.5));  // answers for the root's Shield below Block
+        part.add("Block.Inner", kapParameterPtr(new kapParameterMap()));
+        part.add("Block.Inner.X", number(2));
+        part.add("Block.Inner.Z", number(3));
+    }
+    kapParameter& at(const char* path) { return *mut(part.find_node(path)); }
+};
+
+struct StaleCase {
+    const char* name;
+    const char* map_condition;   // on Block.Inner ("" for none)
+    const char* leaf_condition;  // on Block.Inner.X and Block.Inner.Z
+    std::function<void(Trees&)> change;
+};
+
+class ActivityFollowsChanges : public ::testing::TestWithParam<StaleCase> {};
+
+TEST_P(ActivityFollowsChanges, NextAnswerSeesTheChange) {
+    const StaleCase& c = GetParam();
+    Trees t;
+    if (*c.map_condition) t.at("Block.Inner").set_active(c.map_condition);
+    t.at("Block.Inner.X").set_active(c.leaf_condition);
+    t.at("Block.Inner.Z").set_active(c.leaf_condition);
+    for (int i = 0; i < 3; ++i) {  // asked again and again: answered from memory
+        ASSERT_TRUE(t.at("Block.Inner.X").is_active());
+        ASSERT_TRUE(t.at("Block.Inner.Z").is_active());
+        ASSERT_TRUE(t.at("Block.Inner").is_active());
+    }
+    c.change(t);
+    EXPECT_FALSE(t.at("Block.Inner.X").is_active()) << c.name;
+    EXPECT_FALSE(t.at("Block.Inner.Z").is_active()) << c.name;
+    EXPECT_TRUE(t.at("Block.Y").is_active()) << c.name;
+}
+
+const StaleCase kStaleCases[] = {
+    {"enum set_string", "", "Strategy=='raster'",
+     [](Trees& t) { t.at("Strategy").set_string("offset"); }},
+    {"enum set_int", "", "Strategy=='raster'", [](Trees& t) { t.at("Strategy").set_int(2); }},
+    {"set_double", "", "Tolerance<1", [](Trees& t) { t.at("Tolerance").set_double(5); }},
+    {"numeric set_string", "", "Tolerance<1", [](Trees& t) { t.at("Tolerance").set_string("5"); }},
+    {"numeric set_int", "", "Tolerance<1", [](Trees& t) { t.at("Tolerance").set_int(7); }},
+    {"string set_string", "", "Name=='a'", [](Trees& t) { t.at("Name").set_string("b"); }},
+    {"loader", "", "Tolerance<1",
+     [](Trees& t) {
+         kapParameterLoader loader(t.part, 1);
+         EXPECT_EQ(loader.load_par(kapParameterKey("Tolerance"), "5"), 1);
+         loader.finalise_loading();
+     }},
+    {"copy_value_from", "", "Tolerance<1",
+     [](Trees& t) { t.at("Tolerance").copy_value_from(*number(5)); }},
+    {"set_ref_from_id", "", "Tool.Diameter<20",
+     [](Trees& t) { t.at("Tool").set_ref_from_id(t.big_tool.get_id()); }},
+    {"value in the referenced root", "", "Tool.Diameter<20",
+     [](Trees& t) { mut(t.tool.find_node("Diameter"))->set_double(25); }},
+    {"map condition, enum", "Strategy=='raster'", "Tolerance<1",
+     [](Trees& t) { t.at("Strategy").set_string("pencil"); }},
+    {"map condition, number", "Tolerance<1", "Strategy=='raster'",
+     [](Trees& t) { t.at("Tolerance").set_double(2); }},
+    {"map condition edited", "", "Tolerance<1",
+     [](Trees& t) { t.at("Block.Inner").set_active("Tolerance>1"); }},
+    {"a sibling now shadows the name", "", "Tolerance<1",
+     [](Trees& t) { t.part.add("Block.Inner.Tolerance", number(4)); }},
+    {"the shadowing child removed", "", "Shield<1",
+     [](Trees& t) { ASSERT_TRUE(t.part.remove(kapParameterKey("Block.Shield"))); }},
+    {"the shadowing child's value", "", "Shield<1",
+     [](Trees& t) { t.at("Block.Shield").set_double(9); }},
+    {"the shadowing child renamed", "", "Shield<1",
+     [](Trees& t) { t.at("Block.Shield").set_name("Guard"); }},
+};
+
+INSTANTIATE_TEST_SUITE_P(Writes, ActivityFollowsChanges, ::testing::ValuesIn(kStaleCases));
+
+// A value read through a callback is read again each time it is asked for.
+double g_external = 0.0;
+void read_external(const kapParameter* p) {
+    const_cast<kapParameter*>(p)->set_double(g_external);
+}
+
+TEST(ActivityCache, ValueReadThroughCallbackIsNotRemembered) {
+    Trees t;
+    t.at("Tolerance").set_onread_callback(&read_external);
+    t.at("Block.Inner.X").set_active("Tolerance<1");
+    g_external = 0.5;
+    EXPECT_TRUE(t.at("Block.Inner.X").is_active());
+    EXPECT_TRUE(t.at("Block.Inner.X").is_active());
+    g_external = 3.0;
+    EXPECT_FALSE(t.at("Block.Inner.X").is_active());
+}
+
+// A value that is an expression follows the values it reads.
+TEST(ActivityCache, ExpressionValueFollowsWhatItReads) {
+    Trees t;
+    t.part.add("Limit", number(0));
+    t.at("Limit").set_string("Tolerance*10");
+    t.at("Block.Inner.X").set_active("Limit<5");
+    EXPECT_TRUE(t.at("Block.Inner.X").is_active());
+    t.at("Tolerance").set_double(1);
+    EXPECT_FALSE(t.at("Block.Inner.X").is_active());
+}
+
+// Activity that reads itself counts as active, however often it is asked.
+TEST(ActivityCache, SelfReadingConditionStaysActive) {
+    Trees t;
+    t.at("Block.Inner.X").set_active("active(X) AND Tolerance<1");
+    t.at("Block.Inner").set_active("active(Inner)");
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_TRUE(t.at("Block.Inner.X").is_active());
+        EXPECT_TRUE(t.at("Block.Inner").is_active());
+    }
+    t.at("Tolerance").set_double(2);
+    EXPECT_FALSE(t.at("Block.Inner.X").is_active());
+}
+
+// Many trees asked in turn share the remembered answers' room; each keeps its own answer.
+TEST(ActivityCache, ManyTreesInterleaved) {
+    constexpr int kTrees = 400;
+    std::vector<std::unique_ptr<kapParameterRoot>> roots;
+    for (int i = 0; i < kTrees; ++i) {
+        auto r = std::make_unique<kapParameterRoot>("part", 1, "P" + std::to_string(i));
+        r->add("Level", number(1));
+        r->add("Even", number(i % 2 == 0 ? 1 : 0));
+        r->add("A", kapParameterPtr(new kapParameterMap()));
+        r->add("A.B", kapParameterPtr(new kapParameterMap()));
+        mut(r->find_node("A.B"))->set_active("Level>=0");
+        for (const char* leaf : {"A.B.x", "A.B.y", "A.z"}) {
+            r->add(leaf, number(0));
+            mut(r->find_node(leaf))->set_active("Even==1");
+        }
+        roots.push_back(std::move(r));
+    }
+    // Trees from `changed_from` on have Even flipped, and every third of them Level below 0.
+    auto check = [&](int changed_from) {
+        for (int pass = 0; pass < 2; ++pass) {
+            for (int i = 0; i < kTrees; ++i) {
+                const bool changed = i >= changed_from;
+                const bool even = (i % 2 == 0) != changed;
+                const bool map = !(changed && i % 3 == 0);
+                ASSERT_EQ(mut(roots[i]->find_node("A.B"))->is_active(), map) << i;
+                ASSERT_EQ(mut(roots[i]->find_node("A.B.x"))->is_active(), even && map) << i;
+                ASSERT_EQ(mut(roots[i]->find_node("A.B.y"))->is_active(), even && map) << i;
+                ASSERT_EQ(mut(roots[i]->find_node("A.z"))->is_active(), even) << i;
+            }
+        }
+    };
+    check(kTrees);
+    for (int i = kTrees / 2; i < kTrees; ++i) {
+        mut(roots[i]->find_node("Even"))->set_double(i % 2 == 0 ? 0 : 1);
+        if (i % 3 == 0) mut(roots[i]->find_node("Level"))->set_double(-1);
+    }
+    check(kTrees / 2);
+}
+
+// A tree freed and another built in its place answer for themselves.
+TEST(ActivityCache, RebuiltTreeAnswersAfresh) {
+    for (int round = 0; round < 20; ++round) {
+        kapParameterRoot r("part", 1, "P");
+        r.add("Level", number(round));
+        r.add("A", kapParameterPtr(new kapParameterMap()));
+        r.add("A.x", number(0));
+        mut(r.find_node("A.x"))->set_active(round % 2 == 0 ? "Level>=0" : "Level<0");
+        EXPECT_EQ(mut(r.find_node("A.x"))->is_active(), round % 2 == 0) << round;
+    }
+}
+
+}  // namespace
