@@ -386,6 +386,8 @@ inline kapParameterPtr::kapParameterPtr(kapParameter* p) noexcept : p_(p) {
 inline kapParameterPtr::~kapParameterPtr() {
     if (p_) p_->release_ref();
 }
+// Self-assignment is safe: the new count is taken before the old one is released.
+// NOLINTNEXTLINE(bugprone-unhandled-self-assignment)
 inline kapParameterPtr& kapParameterPtr::operator=(const kapParameterPtr& o) noexcept {
     if (o.p_) o.p_->add_ref();
     kapParameter* old = p_;
