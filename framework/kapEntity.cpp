@@ -91,7 +91,8 @@ utString kap_callback_name(std::string_view prefix, std::string_view kind, std::
     utString out(prefix);
     out += kind;
     out += '_';
-    for (char c : path)
+    for (char c : path) {
         out += (c == '.') ? '_' : c;
+    }
     return out;
 }

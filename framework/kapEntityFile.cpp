@@ -197,11 +197,13 @@ kapFileDocument kap_entity_document(const kapParameterRoot& root,
     if (!unrecognised.empty()) {
         std::unordered_set<std::string> written;
         written.reserve(doc.pairs.size() * 2);
-        for (const kapFilePair& p : doc.pairs)
+        for (const kapFilePair& p : doc.pairs) {
             written.insert(p.key);
+        }
         for (const kapFilePair& p : unrecognised) {
-            if (written.insert(p.key).second)
+            if (written.insert(p.key).second) {
                 doc.pairs.push_back(kapFilePair{p.key, p.value, 0, 0});
+            }
         }
     }
     return doc;

@@ -162,8 +162,9 @@ bool kap_declare(kapParameter* parent, std::span<const kapDeclRow> rows,
     }
     for (std::size_t i = 0; i < arrays.size(); ++i) {
         auto* array = arrays[i].first;
-        for (int n = 0; n < array_sizes[i]; ++n)
+        for (int n = 0; n < array_sizes[i]; ++n) {
             array->append(arrays[i].second);
+        }
     }
     return true;
 }

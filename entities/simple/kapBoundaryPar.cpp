@@ -41,8 +41,9 @@ const utStringutStringcoTable& synonym_table() {
     static utStringutStringcoTable table;
     static bool filled = false;
     if (!filled) {
-        for (const auto& row : kSynonyms)
+        for (const auto& row : kSynonyms) {
             table.emplace(row.legacy, row.current);
+        }
         filled = true;
     }
     return table;

@@ -72,8 +72,9 @@ kapModelHierarchyElementPar::kapModelHierarchyElementPar(const utString& name,
     copy_children_from(element_prototype());
     utString parent_path;
     if (parent_element_) {
-        if (const kapParameter* p = parent_element_->find_node("Path"))
+        if (const kapParameter* p = parent_element_->find_node("Path")) {
             parent_path = p->get_string();
+        }
     }
     find_child("Parent")->set_string(parent_path);
     find_child("Name")->set_string(name);

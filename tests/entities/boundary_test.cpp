@@ -23,8 +23,9 @@ std::unique_ptr<kapBoundaryPar> load(int version, const Pairs& pairs, bool updat
     auto b = std::make_unique<kapBoundaryPar>("B");
     std::unique_ptr<kapParameterLoader> loader(b->create_loader(kapPtrClaim{}, version));
     if (!loader) return nullptr;
-    for (const auto& [k, v] : pairs)
+    for (const auto& [k, v] : pairs) {
         loader->load_par(kapParameterKey(k), v);
+    }
     if (update) b->get_updater()->update(version, *b, loader->loaded_keys());
     return b;
 }
@@ -293,8 +294,9 @@ TEST_P(BoundarySchema, EveryDeclaredParameterIsWellFormed) {
     kapBoundaryPar b("B");
     SchemaWalk w;
     walk(b, "", w);
-    for (const auto& f : w.faults)
+    for (const auto& f : w.faults) {
         ADD_FAILURE() << f;
+    }
     // 102 parameters outside the thickness sets (one of them the array), 10 in each of the 18.
     EXPECT_EQ(w.parameters, 102 + 18 * 10);
     EXPECT_EQ(w.enumerations, 8 + 18);
@@ -349,8 +351,9 @@ TEST(Boundary, TopLevelOrderFollowsTheOutline) {
                                               "Exclusive"};
     kapBoundaryPar b("B");
     ASSERT_EQ(b.size(), outline.size());
-    for (std::size_t i = 0; i < outline.size(); ++i)
+    for (std::size_t i = 0; i < outline.size(); ++i) {
         EXPECT_EQ(b.child(i)->get_name(), outline[i]);
+    }
     EXPECT_FALSE(kapParameterMap::ut_dynamic_cast(b["UserParameters"].pointer())->is_fixed());
     const auto* workplane = kapParameterRef::ut_dynamic_cast(b["Workplane"].pointer());
     ASSERT_NE(workplane, nullptr);
@@ -586,14 +589,17 @@ TEST(Boundary, ExclusiveUnlocksToleranceThicknessAndTool) {
     const char* others[] = {"Type",           "AxialThickness", "EdgeTolerance",
                             "Block.Diameter", "ReferenceTool",  "Exclusive"};
 
-    for (const char* p : followers)
+    for (const char* p : followers) {
         EXPECT_EQ(b.get_lock_id_imp(*b[p]), own) << p;
+    }
 
     b["Exclusive"]->set_ref_from_id(toolpath.get_id());
-    for (const char* p : followers)
+    for (const char* p : followers) {
         EXPECT_TRUE(b.get_lock_id_imp(*b[p]).empty()) << p;
-    for (const char* p : others)
+    }
+    for (const char* p : others) {
         EXPECT_EQ(b.get_lock_id_imp(*b[p]), own) << p;
+    }
 
     b.set_locked(true);
     EXPECT_TRUE(b["Tolerance"]->set_double(0.25));
@@ -602,16 +608,18 @@ TEST(Boundary, ExclusiveUnlocksToleranceThicknessAndTool) {
 
     // A root of another kind, or one that no longer lives, is not a valid reference.
     b["Exclusive"]->set_ref_from_id(tool.get_id());
-    for (const char* p : followers)
+    for (const char* p : followers) {
         EXPECT_EQ(b.get_lock_id_imp(*b[p]), own) << p;
+    }
     kapObjectId gone;
     {
         kapParameterRoot temporary("toolpath", 29, "T2");
         gone = temporary.get_id();
     }
     b["Exclusive"]->set_ref_from_id(gone);
-    for (const char* p : followers)
+    for (const char* p : followers) {
         EXPECT_EQ(b.get_lock_id_imp(*b[p]), own) << p;
+    }
     b.set_locked(true);
     EXPECT_FALSE(b["Tolerance"]->set_double(0.5));
 }
@@ -698,8 +706,9 @@ TEST(BoundaryFile, VersionOneContactConversionLoadsAndUpdates) {
     ASSERT_NE(kapBoundaryPar::ut_dynamic_cast(root.get()), nullptr);
     std::unique_ptr<kapParameterLoader> loader(root->create_loader(kapPtrClaim{}, doc.version));
     ASSERT_NE(loader, nullptr);
-    for (const kapFilePair& pair : doc.pairs)
+    for (const kapFilePair& pair : doc.pairs) {
         loader->load_par(kapParameterKey(pair.key), pair.value);
+    }
     root->get_updater()->update(doc.version, *root, loader->loaded_keys());
 
     EXPECT_EQ(root->version(), 3);

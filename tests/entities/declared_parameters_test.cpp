@@ -148,8 +148,9 @@ TEST_P(DeclaredParameters, ActivityConditionsEvaluateOnAFreshEntity) {
         std::unique_ptr<kapParameter> root(e.make());
         check_actives(*root, std::string(e.name) + ":", evaluated, faults);
     }
-    for (const auto& f : faults)
+    for (const auto& f : faults) {
         ADD_FAILURE() << f;
+    }
     EXPECT_GT(evaluated, 60);
 }
 
@@ -180,8 +181,9 @@ TEST_P(DeclaredParameters, ActivityConditionsEvaluateInEveryStateOfEveryEnumerat
             }
         }
     }
-    for (const auto& f : faults)
+    for (const auto& f : faults) {
         ADD_FAILURE() << f;
+    }
     EXPECT_GT(switched, 13 + 18 * 4);
 }
 

@@ -14,8 +14,9 @@ namespace {
 std::vector<std::string> child_names(const kapParameter& par) {
     std::vector<std::string> out;
     if (const auto* map = kapParameterMap::ut_dynamic_cast(&par)) {
-        for (std::size_t i = 0; i < map->size(); ++i)
+        for (std::size_t i = 0; i < map->size(); ++i) {
             out.push_back(map->child(i)->get_name());
+        }
     }
     return out;
 }
@@ -169,8 +170,9 @@ TEST(HierarchyElement, PropertiesAndParameters) {
     e.set_parameters(first);
     e.set_parameters(second);
     int count = 0;
-    for (const auto& name : child_names(e))
+    for (const auto& name : child_names(e)) {
         count += name == "Parameters";
+    }
     EXPECT_EQ(count, 1);
     EXPECT_EQ(e["Parameters"].pointer(), second.pointer());
     EXPECT_EQ(e["Parameters.Density"]->get_string(), "2.7");

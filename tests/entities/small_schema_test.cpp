@@ -174,8 +174,9 @@ void check_tree(const kapParameter& par, const std::string& where, int& checked)
     EXPECT_FALSE(par.get_name().empty() && par.parent() != nullptr &&
                  !ut_is_kind_of<kapParameterList>(par.parent()));
     if (const auto* e = kapParameterEnum::ut_dynamic_cast(&par)) {
-        for (int i = 0; i < e->num_states(); ++i)
+        for (int i = 0; i < e->num_states(); ++i) {
             EXPECT_FALSE(e->state(i).label.empty());
+        }
     }
     const auto* map = kapParameterMap::ut_dynamic_cast(&par);
     if (map == nullptr) {

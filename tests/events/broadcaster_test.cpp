@@ -62,8 +62,9 @@ void call(void (*fn)(A...), const std::vector<ArgSpec>& args, [[maybe_unused]] i
           std::index_sequence<I...>) {
     ASSERT_EQ(args.size(), sizeof...(A));
     const std::array<ArgType, sizeof...(A)> types = {type_of<std::decay_t<A>>()...};
-    for (std::size_t i = 0; i < types.size(); ++i)
+    for (std::size_t i = 0; i < types.size(); ++i) {
         EXPECT_EQ(types[i], args[i].type) << i;
+    }
     fn(value_of<std::decay_t<A>>(args[I].name, I, run)...);
 }
 template <class... A>
@@ -179,8 +180,9 @@ TEST_F(Broadcast, EveryEventDeliversItsBranchWithItsArguments) {
 TEST(BroadcastRelay, WithoutRelayNothingIsDeliveredNorQueued) {
     g_received.clear();
     kapEventParBroadcaster::set_relay(nullptr);
-    for (const EventSpec& spec : events())
+    for (const EventSpec& spec : events()) {
         spec.raise(spec.args, 0);
+    }
     // Installing a relay afterwards delivers only what is raised from then on.
     kapEventParBroadcaster::set_relay(&record);
     EXPECT_TRUE(g_received.empty());

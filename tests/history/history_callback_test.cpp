@@ -57,8 +57,9 @@ TEST_F(HistoryCallback, ForwardsEveryArgumentAndTheSameDataPointer) {
     EXPECT_EQ(g_calls[0].flag, 1);
     EXPECT_EQ(g_calls[1].name, "boundary");
     EXPECT_EQ(g_calls[1].flag, 0);
-    for (const Call& c : g_calls)
+    for (const Call& c : g_calls) {
         EXPECT_EQ(c.data, &cookie);
+    }
 }
 
 TEST_F(HistoryCallback, SettingAgainReplacesFunctionAndData) {

@@ -119,8 +119,9 @@ int run_check(const ParsedArgs& args) {
         }
         const std::vector<Problem> problems = find_problems(*e);
         std::string s;
-        for (const auto& p : problems)
+        for (const auto& p : problems) {
             s += diagnostic(path, p.line, p.column, p.message);
+        }
         if (problems.empty()) {
             ++ok;
             s += path + ": ok\n";

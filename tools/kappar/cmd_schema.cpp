@@ -10,8 +10,9 @@ namespace {
 
 std::vector<const kapEntityKindInfo*> sorted_kinds() {
     std::vector<const kapEntityKindInfo*> kinds;
-    for (const auto& k : kapEntityKinds::all())
+    for (const auto& k : kapEntityKinds::all()) {
         kinds.push_back(&k);
+    }
     std::sort(kinds.begin(), kinds.end(), [](const auto* a, const auto* b) {
         const std::string la = kapdowncase(a->kind), lb = kapdowncase(b->kind);
         return la != lb ? la < lb : a->kind < b->kind;

@@ -14,8 +14,9 @@ using Rows = double[3][4];
 
 void set_identity(Rows& m) noexcept {
     for (int r = 0; r < 3; ++r) {
-        for (int c = 0; c < 4; ++c)
+        for (int c = 0; c < 4; ++c) {
             m[r][c] = (r == c) ? 1.0 : 0.0;
+        }
     }
 }
 
@@ -155,8 +156,9 @@ giXform3::giXform3(giXformMirrorTag, const giPoint3& through, const giUnitVec3& 
     // L = I - 2 n n^T, t = 2 (p . n) n.
     const double d = 2.0 * giVector3(through).dot(n);
     for (int r = 0; r < 3; ++r) {
-        for (int k = 0; k < 3; ++k)
+        for (int k = 0; k < 3; ++k) {
             m_[r][k] = (r == k ? 1.0 : 0.0) - 2.0 * n[r] * n[k];
+        }
         m_[r][3] = d * n[r];
     }
     set_kind_from_matrix();

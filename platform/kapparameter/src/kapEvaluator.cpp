@@ -517,8 +517,9 @@ class kapTreeScope final : public kapExprScope {
         if (!remembers(path)) {
             const kapExprName& first = path.components.front();
             for (; level != nullptr; level = level->parent()) {
-                if (const kapParameter* hit = descend(level, first))
+                if (const kapParameter* hit = descend(level, first)) {
                     return walk(hit, path.components.subspan(1));
+                }
             }
             return nullptr;
         }
@@ -578,8 +579,9 @@ class kapTreeScope final : public kapExprScope {
     }
 
     static const kapParameter* top_of(const kapParameter* p) {
-        while (p->parent() != nullptr)
+        while (p->parent() != nullptr) {
             p = p->parent();
+        }
         return p;
     }
 
@@ -715,8 +717,9 @@ bool kap_eval_active(const kapParameter& par) {
         return active;
     }
     // Newest first: an older answer of the same pair is dropped, else the oldest one.
-    for (int k = last; k > 0; --k)
+    for (int k = last; k > 0; --k) {
         set.way[k] = set.way[k - 1];
+    }
     set.way[0] = ActivityMemo{parent, compiled, epoch * 2 + (active ? 1 : 0)};
     return active;
 }
@@ -764,13 +767,15 @@ void kap_collect_dependencies(const kapParameterRoot& root, utStringutStringSetc
         if (!p->get_active().empty()) {
             auto compiled = kapExpr::compile(p->get_active());
             auto& names = table[kapParameter::get_name(*p, 1)];
-            for (const auto& n : compiled->names())
+            for (const auto& n : compiled->names()) {
                 names.insert(utString(n.text));
+            }
         }
         if (p->is_map()) {
             const auto* m = static_cast<const kapParameterMap*>(p);
-            for (std::size_t i = 0; i < m->size(); ++i)
+            for (std::size_t i = 0; i < m->size(); ++i) {
                 stack.push_back(m->child(i).pointer());
+            }
         }
     }
 }

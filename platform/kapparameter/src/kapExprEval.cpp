@@ -29,10 +29,12 @@ __attribute__((tls_model("initial-exec"))) thread_local int t_guard_count = 0;
 // A text as a number: a number, or "true" / "false".
 bool read_number(std::string_view t, double& out) noexcept {
     if (kapExpr::parse_number(t, out)) return true;
-    while (!t.empty() && (t.front() == ' ' || t.front() == '\t'))
+    while (!t.empty() && (t.front() == ' ' || t.front() == '\t')) {
         t.remove_prefix(1);
-    while (!t.empty() && (t.back() == ' ' || t.back() == '\t'))
+    }
+    while (!t.empty() && (t.back() == ' ' || t.back() == '\t')) {
         t.remove_suffix(1);
+    }
     if (ut_iequal(t, "true")) {
         out = 1.0;
         return true;
@@ -212,8 +214,9 @@ bool order(const kapExprScalar& l, const kapExprScalar& r, bool equality, int& c
         return true;
     }
     double x = l.number, y = r.number;
-    if ((l.is_text && !read_number(l.text, x)) || (r.is_text && !read_number(r.text, y)))
+    if ((l.is_text && !read_number(l.text, x)) || (r.is_text && !read_number(r.text, y))) {
         return false;
+    }
     c = x < y ? -1 : x > y ? 1 : 0;
     return true;
 }
@@ -585,8 +588,9 @@ class kapExprEvaluator {
     // (a name the scope answers without a parameter) counts as active.
     kapExprValue active(const Node& name_node) const {
         kapExprValue v = s_.resolve(c_.names_[name_node.a]);
-        if (v.is_none() || v.error_code() == kapExprErrUnknownName)
+        if (v.is_none() || v.error_code() == kapExprErrUnknownName) {
             return kapExprValue::from_bool(false);
+        }
         if (v.is_error()) {
             v.set_error_offset_if_unknown(static_cast<int>(name_node.offset));
             return v;
@@ -974,15 +978,18 @@ kapExprValue kapExprCompiled::evaluate_number(const kapExprScope& scope) const {
     if (!ok()) return kapExprValue::from_error(error_);
     const int at = static_cast<int>(nodes_[root_].offset);
     EvalDepth guard(depth_);
-    if (!guard.ok())
+    if (!guard.ok()) {
         return kapExprValue::from_error(kapExprErrTooDeep, "expressions nested too deeply", at);
+    }
     double x;
     bool unused;
-    if (!fast_.empty() && run_fast(scope, false, x, unused) == fast_done)
+    if (!fast_.empty() && run_fast(scope, false, x, unused) == fast_done) {
         return kapExprValue::from_number(x);
+    }
     kapExprValue e;
-    if (kapExprEvaluator(*this, scope).number(root_, nodes_[root_].offset, x, e))
+    if (kapExprEvaluator(*this, scope).number(root_, nodes_[root_].offset, x, e)) {
         return kapExprValue::from_number(x);
+    }
     e.set_error_offset_if_unknown(at);
     return e;
 }
@@ -991,12 +998,14 @@ kapExprValue kapExprCompiled::evaluate_bool(const kapExprScope& scope) const {
     if (!ok()) return kapExprValue::from_error(error_);
     const int at = static_cast<int>(nodes_[root_].offset);
     EvalDepth guard(depth_);
-    if (!guard.ok())
+    if (!guard.ok()) {
         return kapExprValue::from_error(kapExprErrTooDeep, "expressions nested too deeply", at);
+    }
     bool x;
     double unused;
-    if (!fast_.empty() && run_fast(scope, true, unused, x) == fast_done)
+    if (!fast_.empty() && run_fast(scope, true, unused, x) == fast_done) {
         return kapExprValue::from_bool(x);
+    }
     kapExprValue e;
     if (kapExprEvaluator(*this, scope).truth(root_, x, e)) return kapExprValue::from_bool(x);
     e.set_error_offset_if_unknown(at);
@@ -1066,10 +1075,12 @@ kapExprGuard::~kapExprGuard() {
 }
 
 kapExprValue kapExprGuard::error() const {
-    if (code_ == kapExprErrCycle)
+    if (code_ == kapExprErrCycle) {
         return kapExprValue::from_error(kapExprErrCycle, "expression reads its own value");
-    if (code_ == kapExprErrTooDeep)
+    }
+    if (code_ == kapExprErrTooDeep) {
         return kapExprValue::from_error(kapExprErrTooDeep, "expressions nested too deeply");
+    }
     return {};
 }
 
@@ -1112,11 +1123,13 @@ kapExprError kapExprValue::error() const {
 
 kapExprValue kapExpr::to_plain(const kapExprValue& v) {
     if (!v.is_node()) return v;
-    if (v.scope() == nullptr)
+    if (v.scope() == nullptr) {
         return kapExprValue::from_error(kapExprErrType, "parameter has no value");
+    }
     kapExprValue p = v.scope()->value_of(v.node());
-    if (p.is_node() || p.is_none())
+    if (p.is_node() || p.is_none()) {
         return kapExprValue::from_error(kapExprErrType, "parameter has no value");
+    }
     return p;
 }
 
@@ -1138,10 +1151,12 @@ kapExprValue kapExpr::to_bool(const kapExprValue& v0) {
 }
 
 bool kapExpr::parse_number(std::string_view t, double& out) noexcept {
-    while (!t.empty() && (t.front() == ' ' || t.front() == '\t'))
+    while (!t.empty() && (t.front() == ' ' || t.front() == '\t')) {
         t.remove_prefix(1);
-    while (!t.empty() && (t.back() == ' ' || t.back() == '\t'))
+    }
+    while (!t.empty() && (t.back() == ' ' || t.back() == '\t')) {
         t.remove_suffix(1);
+    }
     bool negative = false;
     if (!t.empty() && (t.front() == '+' || t.front() == '-')) {
         negative = t.front() == '-';

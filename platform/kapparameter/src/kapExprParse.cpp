@@ -51,8 +51,9 @@ constexpr std::uint32_t fn_select = 2;
 constexpr std::uint32_t fn_active = 3;
 
 int find_builtin(std::string_view name) noexcept {
-    for (std::size_t i = 0; i < std::size(builtins); ++i)
+    for (std::size_t i = 0; i < std::size(builtins); ++i) {
         if (builtins[i].name == name) return static_cast<int>(i);
+    }
     return -1;
 }
 
@@ -155,8 +156,9 @@ class kapExprParser {
 
     void next() {
         if (failed()) return;
-        while (pos_ < end_ && is_blank(src_[pos_]))
+        while (pos_ < end_ && is_blank(src_[pos_])) {
             ++pos_;
+        }
         tok_off_ = pos_;
         tok_len_ = 1;
         if (pos_ >= end_) {
@@ -221,8 +223,9 @@ class kapExprParser {
     void lex_text(char quote) {
         const std::size_t start = pos_ + 1;
         std::size_t p = start;
-        while (p < end_ && src_[p] != quote)
+        while (p < end_ && src_[p] != quote) {
             ++p;
+        }
         if (p >= end_) return fail(kapExprErrSyntax, pos_, "unterminated text");
         tok_ = Tok::text;
         text_ = std::string_view(src_).substr(start, p - start);
@@ -232,19 +235,22 @@ class kapExprParser {
 
     void lex_number() {
         std::size_t p = pos_;
-        while (p < end_ && is_digit(src_[p]))
+        while (p < end_ && is_digit(src_[p])) {
             ++p;
+        }
         if (p < end_ && src_[p] == '.') {
             ++p;
-            while (p < end_ && is_digit(src_[p]))
+            while (p < end_ && is_digit(src_[p])) {
                 ++p;
+            }
         }
         if (p < end_ && (src_[p] == 'e' || src_[p] == 'E')) {
             std::size_t q = p + 1;
             if (q < end_ && (src_[q] == '+' || src_[q] == '-')) ++q;
             if (q < end_ && is_digit(src_[q])) {
-                while (q < end_ && is_digit(src_[q]))
+                while (q < end_ && is_digit(src_[q])) {
                     ++q;
+                }
                 p = q;
             }
         }
@@ -262,8 +268,9 @@ class kapExprParser {
     }
 
     std::size_t lex_name(std::size_t p) const {
-        while (p < end_ && is_name_char(src_[p]))
+        while (p < end_ && is_name_char(src_[p])) {
             ++p;
+        }
         return p;
     }
 
@@ -284,10 +291,12 @@ class kapExprParser {
         bool need_name = true;
         if (src_[p] == '{') {
             const std::size_t q = lex_name(p + 1);
-            if (q == p + 1 || !is_name_start(src_[p + 1]))
+            if (q == p + 1 || !is_name_start(src_[p + 1])) {
                 return fail(kapExprErrSyntax, p + 1, "expected an entity name after '{'");
-            if (q >= end_ || src_[q] != '}')
+            }
+            if (q >= end_ || src_[q] != '}') {
                 return fail(kapExprErrSyntax, q, "expected '}' after the entity name");
+            }
             anchor_ = kapExprAnchor::global;
             entity_.text = std::string_view(src_).substr(p + 1, q - p - 1);
             entity_.hash = kapExpr::name_hash(entity_.text);
@@ -300,25 +309,29 @@ class kapExprParser {
         }
         rel_start_ = p;
         if (need_name) {
-            if (p >= end_ || !is_name_start(src_[p]))
+            if (p >= end_ || !is_name_start(src_[p])) {
                 return fail(kapExprErrSyntax, p, "expected a name");
+            }
             const std::size_t q = lex_name(p);
             push_name(p, q);
             p = q;
             for (;;) {
                 if (p < end_ && src_[p] == '.') {
-                    if (p + 1 >= end_ || !is_name_start(src_[p + 1]))
+                    if (p + 1 >= end_ || !is_name_start(src_[p + 1])) {
                         return fail(kapExprErrSyntax, p + 1, "expected a name after '.'");
+                    }
                     const std::size_t r = lex_name(p + 1);
                     push_name(p + 1, r);
                     p = r;
                 } else if (p < end_ && src_[p] == '[') {
                     std::size_t r = p + 1;
                     std::int64_t index = 0;
-                    while (r < end_ && is_digit(src_[r]) && index <= 0x7fffffff)
+                    while (r < end_ && is_digit(src_[r]) && index <= 0x7fffffff) {
                         index = index * 10 + (src_[r++] - '0');
-                    if (r == p + 1 || index > 0x7fffffff || r >= end_ || src_[r] != ']')
+                    }
+                    if (r == p + 1 || index > 0x7fffffff || r >= end_ || src_[r] != ']') {
                         return fail(kapExprErrSyntax, p, "expected an index: '[' digits ']'");
+                    }
                     kapExprName n;
                     n.index = static_cast<std::int32_t>(index);
                     n.text = {};
@@ -335,14 +348,15 @@ class kapExprParser {
         // Words of the language.
         if (anchor_ == kapExprAnchor::owner && scratch_.size() == 1) {
             const std::string_view w = scratch_[0].text;
-            if (ut_iequal(w, "and"))
+            if (ut_iequal(w, "and")) {
                 tok_ = Tok::land;
-            else if (ut_iequal(w, "or"))
+            } else if (ut_iequal(w, "or")) {
                 tok_ = Tok::lor;
-            else if (ut_iequal(w, "true"))
+            } else if (ut_iequal(w, "true")) {
                 tok_ = Tok::kw_true;
-            else if (ut_iequal(w, "false"))
+            } else if (ut_iequal(w, "false")) {
                 tok_ = Tok::kw_false;
+            }
         }
         // The root alias.
         if (tok_ == Tok::path && anchor_ == kapExprAnchor::owner && !scratch_.empty() &&
@@ -523,8 +537,9 @@ class kapExprParser {
         nd.n = n;
         c_.nodes_.push_back(nd);
         depth_of_.push_back(depth);
-        if (depth > kapExpr::max_depth)
+        if (depth > kapExpr::max_depth) {
             fail(kapExprErrTooDeep, offset, "expression nested too deeply");
+        }
         return static_cast<std::uint32_t>(c_.nodes_.size() - 1);
     }
 
@@ -597,8 +612,9 @@ class kapExprParser {
         for (std::size_t i = 0; i < list.size(); ++i) {
             const PendingPath& pp = list[i];
             if (pp.anchor == anchor_ && ut_iequal(pp.entity.text, entity_.text) &&
-                ut_iequal(pp.relative, rel))
+                ut_iequal(pp.relative, rel)) {
                 return static_cast<std::uint32_t>(i);
+            }
         }
         PendingPath pp;
         pp.anchor = anchor_;
@@ -701,8 +717,9 @@ class kapExprParser {
         const kapExprAnchor anchor = anchor_;
         // Is it a call?
         std::size_t p = pos_;
-        while (p < end_ && is_blank(src_[p]))
+        while (p < end_ && is_blank(src_[p])) {
             ++p;
+        }
         if (p >= end_ || src_[p] != '(') {
             const std::uint32_t k = intern(names_);
             next();
@@ -773,8 +790,9 @@ class kapExprParser {
             add_node(Op::builtin, off, static_cast<std::uint32_t>(fn), first, n, depth);
         if (failed() || static_cast<std::uint32_t>(fn) == fn_active) return i;
         bool all_const = true;
-        for (std::uint32_t a : args)
+        for (std::uint32_t a : args) {
             all_const = all_const && is_const(a);
+        }
         if (all_const) fold(i);
         // select() on a constant condition is its chosen branch.
         if (static_cast<std::uint32_t>(fn) == fn_select && !is_const(i) && is_const(args[0])) {

@@ -22,7 +22,9 @@ namespace {
 std::atomic<int> g_units{0};
 }  // namespace
 
-int kapUnitsUtils::get_units() noexcept { return g_units.load(std::memory_order_relaxed); }
+int kapUnitsUtils::get_units() noexcept {
+    return g_units.load(std::memory_order_relaxed);
+}
 void kapUnitsUtils::set_units(int units) noexcept {
     g_units.store(units, std::memory_order_relaxed);
 }
@@ -35,22 +37,38 @@ double kapUnitsUtils::get_scale_from(kapUnitsType from) noexcept {
 
 const char* kap_type_name(kapParameterType t) noexcept {
     switch (t) {
-        case kapParameterType::base: return "parameter";
-        case kapParameterType::map: return "map";
-        case kapParameterType::root: return "root";
-        case kapParameterType::numeric: return "numeric";
-        case kapParameterType::enumeration: return "enum";
-        case kapParameterType::string: return "string";
-        case kapParameterType::vector: return "vector";
-        case kapParameterType::list: return "list";
-        case kapParameterType::sharedlist: return "sharedlist";
-        case kapParameterType::array: return "array";
-        case kapParameterType::temparray: return "temparray";
-        case kapParameterType::ref: return "ref";
-        case kapParameterType::data: return "data";
-        case kapParameterType::path: return "path";
-        case kapParameterType::memberfunction: return "function";
-        case kapParameterType::error: return "error";
+        case kapParameterType::base:
+            return "parameter";
+        case kapParameterType::map:
+            return "map";
+        case kapParameterType::root:
+            return "root";
+        case kapParameterType::numeric:
+            return "numeric";
+        case kapParameterType::enumeration:
+            return "enum";
+        case kapParameterType::string:
+            return "string";
+        case kapParameterType::vector:
+            return "vector";
+        case kapParameterType::list:
+            return "list";
+        case kapParameterType::sharedlist:
+            return "sharedlist";
+        case kapParameterType::array:
+            return "array";
+        case kapParameterType::temparray:
+            return "temparray";
+        case kapParameterType::ref:
+            return "ref";
+        case kapParameterType::data:
+            return "data";
+        case kapParameterType::path:
+            return "path";
+        case kapParameterType::memberfunction:
+            return "function";
+        case kapParameterType::error:
+            return "error";
     }
     return "parameter";
 }
@@ -59,16 +77,37 @@ const char* kap_type_name(kapParameterType t) noexcept {
 // Declarations
 
 kapParameterImpl::kapParameterImpl(const kapParameterImpl& o)
-    : name(o.name), legacy(o.legacy), label(o.label), desc(o.desc), group(o.group),
-      active(o.active), type_name(o.type_name), default_metric(o.default_metric),
-      default_inch(o.default_inch), onmodify_name(o.onmodify_name), onread_name(o.onread_name),
-      onmirror_name(o.onmirror_name), onmodify(o.onmodify), onread(o.onread),
-      onmirror(o.onmirror), states(o.states), component(o.component),
-      active_expr(o.active == o.active ? o.active_expr : nullptr), range(o.range),
-      has_range(o.has_range), has_defaults(o.has_defaults), fixed(o.fixed),
-      copy_active_expr(o.copy_active_expr), subtype(o.subtype), dims(o.dims), units(o.units),
-      measure_mode(o.measure_mode), mirror_mode(o.mirror_mode), access_type(o.access_type),
-      vector_size(o.vector_size), nofollow(o.nofollow) {}
+    : name(o.name),
+      legacy(o.legacy),
+      label(o.label),
+      desc(o.desc),
+      group(o.group),
+      active(o.active),
+      type_name(o.type_name),
+      default_metric(o.default_metric),
+      default_inch(o.default_inch),
+      onmodify_name(o.onmodify_name),
+      onread_name(o.onread_name),
+      onmirror_name(o.onmirror_name),
+      onmodify(o.onmodify),
+      onread(o.onread),
+      onmirror(o.onmirror),
+      states(o.states),
+      component(o.component),
+      active_expr(o.active == o.active ? o.active_expr : nullptr),
+      range(o.range),
+      has_range(o.has_range),
+      has_defaults(o.has_defaults),
+      fixed(o.fixed),
+      copy_active_expr(o.copy_active_expr),
+      subtype(o.subtype),
+      dims(o.dims),
+      units(o.units),
+      measure_mode(o.measure_mode),
+      mirror_mode(o.mirror_mode),
+      access_type(o.access_type),
+      vector_size(o.vector_size),
+      nofollow(o.nofollow) {}
 
 namespace {
 
@@ -106,8 +145,9 @@ std::uint64_t load_tail(const char* begin, const char* end, std::size_t n) noexc
     if (end - begin >= 8) return load8(end - 8) >> (8 * (8 - n));
     const char* p = end - n;
     std::uint64_t w = 0;
-    for (std::size_t j = 0; j < n; ++j)
+    for (std::size_t j = 0; j < n; ++j) {
         w |= std::uint64_t{static_cast<unsigned char>(p[j])} << (8 * j);
+    }
     return w;
 }
 
@@ -158,8 +198,9 @@ void fold_name(std::string_view s, FoldedName& out) noexcept {
     NameHasher hasher{.out = out};
     const char* p = s.data();
     const char* end = p + s.size();
-    for (; end - p >= 8; p += 8)
+    for (; end - p >= 8; p += 8) {
         hasher.add(load8(p));
+    }
     if (p != end) hasher.add(load_tail(s.data(), end, static_cast<std::size_t>(end - p)));
     hasher.finish(s.data(), s.size());
 }
@@ -242,8 +283,9 @@ void block_release(char* block) noexcept {
 }
 
 void arena_open(Arena& a, std::size_t need) {
-    if (a.block != nullptr)
+    if (a.block != nullptr) {
         a.used += static_cast<std::size_t>(a.next - a.block) - sizeof(BlockHead);
+    }
     // Past the plan (nodes the copy did not foresee), blocks of at least 1 KiB.
     const std::size_t left = a.planned > a.used ? a.planned - a.used : 0;
     const std::size_t want = std::max({left, need, std::size_t{1024}});
@@ -288,8 +330,9 @@ std::uint32_t claim_new_slow(NewState& s, const void* self) noexcept {
     for (int i = s.count - 1; i-- > 0;) {
         if (s.pending[i].addr == self) {
             const std::uint32_t bits = s.pending[i].bits;
-            for (int j = i + 1; j < s.count; ++j)
+            for (int j = i + 1; j < s.count; ++j) {
                 s.pending[j - 1] = s.pending[j];
+            }
             --s.count;
             return bits;
         }
@@ -471,17 +514,29 @@ void kapParameter::set_legacy_key(const utString& key) {
     mut_impl().legacy = key;
     if (parent_ != nullptr) parent_->flags_ &= ~kExactIndexFlag;
 }
-void kapParameter::set_desc(const utString& desc) { mut_impl().desc = desc; }
-void kapParameter::set_label(const utString& label) { mut_impl().label = label; }
-void kapParameter::set_group_name(const utString& group) { mut_impl().group = group; }
+void kapParameter::set_desc(const utString& desc) {
+    mut_impl().desc = desc;
+}
+void kapParameter::set_label(const utString& label) {
+    mut_impl().label = label;
+}
+void kapParameter::set_group_name(const utString& group) {
+    mut_impl().group = group;
+}
 void kapParameter::set_active(const utString& expression) {
     auto& impl = mut_impl();
     impl.active = expression;
     impl.active_expr.reset();
 }
-void kapParameter::set_measure_mode(kapParameterMeasureMode mode) { mut_impl().measure_mode = mode; }
-void kapParameter::set_mirror_mode(kapParameterMirrorMode mode) { mut_impl().mirror_mode = mode; }
-void kapParameter::set_typename(const utString& name) { mut_impl().type_name = name; }
+void kapParameter::set_measure_mode(kapParameterMeasureMode mode) {
+    mut_impl().measure_mode = mode;
+}
+void kapParameter::set_mirror_mode(kapParameterMirrorMode mode) {
+    mut_impl().mirror_mode = mode;
+}
+void kapParameter::set_typename(const utString& name) {
+    mut_impl().type_name = name;
+}
 
 kapParameterMirrorMode kapParameter::get_mirror_mode() const {
     kapOnMirrorFn fn = impl_->onmirror;
@@ -503,7 +558,8 @@ int kapParameter::index_in_parent() const noexcept {
 utString kapParameter::get_name(const kapParameter& par, int full) {
     if (!full) return par.get_name();
     std::vector<const kapParameter*> chain;
-    for (const kapParameter* p = &par; p->parent_ != nullptr; p = p->parent_) chain.push_back(p);
+    for (const kapParameter* p = &par; p->parent_ != nullptr; p = p->parent_)
+        chain.push_back(p);
     utString out;
     for (auto it = chain.rbegin(); it != chain.rend(); ++it) {
         const kapParameter* p = *it;
@@ -522,7 +578,8 @@ utString kapParameter::get_name(const kapParameter& par, int full) {
 
 kapParameterRoot* kapParameter::get_root_of(const kapParameter* p) noexcept {
     if (p == nullptr) return nullptr;
-    while (p->parent_ != nullptr) p = p->parent_;
+    while (p->parent_ != nullptr)
+        p = p->parent_;
     return const_cast<kapParameterRoot*>(kapParameterRoot::ut_dynamic_cast(p));
 }
 
@@ -600,19 +657,43 @@ void kapParameter::clear_extra() noexcept {
     }
 }
 
-double kapParameter::eval_number() const { return kap_eval_number(*this); }
-utString kapParameter::eval_string() const { return kap_eval_string(*this); }
+double kapParameter::eval_number() const {
+    return kap_eval_number(*this);
+}
+utString kapParameter::eval_string() const {
+    return kap_eval_string(*this);
+}
 
-int kapParameter::get_int() const { return 0; }
-double kapParameter::get_double() const { return 0.0; }
-utString kapParameter::get_string() const { return utString(); }
-double kapParameter::get_double_in_units(kapUnitsType) const { return get_double(); }
-bool kapParameter::set_int(int) { return false; }
-bool kapParameter::set_double(double) { return false; }
-bool kapParameter::set_string(const utString&) { return false; }
-bool kapParameter::set_double_in_units(double v, kapUnitsType) { return set_double(v); }
-bool kapParameter::set_ref_from_id(const kapObjectId&) { return false; }
-utString kapParameter::get_value_text() const { return get_string(); }
+int kapParameter::get_int() const {
+    return 0;
+}
+double kapParameter::get_double() const {
+    return 0.0;
+}
+utString kapParameter::get_string() const {
+    return utString();
+}
+double kapParameter::get_double_in_units(kapUnitsType) const {
+    return get_double();
+}
+bool kapParameter::set_int(int) {
+    return false;
+}
+bool kapParameter::set_double(double) {
+    return false;
+}
+bool kapParameter::set_string(const utString&) {
+    return false;
+}
+bool kapParameter::set_double_in_units(double v, kapUnitsType) {
+    return set_double(v);
+}
+bool kapParameter::set_ref_from_id(const kapObjectId&) {
+    return false;
+}
+utString kapParameter::get_value_text() const {
+    return get_string();
+}
 
 bool kapParameter::set_defaults(const utString& metric, const utString& imperial) {
     auto& impl = mut_impl();
@@ -622,7 +703,9 @@ bool kapParameter::set_defaults(const utString& metric, const utString& imperial
     return set_string(kapUnitsUtils::get_units() == 0 ? metric : imperial);
 }
 
-bool kapParameter::copy_value_from(const kapParameter& other) { return false; }
+bool kapParameter::copy_value_from(const kapParameter& other) {
+    return false;
+}
 
 bool kapParameter::is_equal(const kapParameter& other) const {
     if (type() != other.type() || get_name() != other.get_name()) return false;
@@ -675,8 +758,10 @@ void kapParameter::set_onmirror_callback(kapOnMirrorFn fn) {
 namespace {
 
 std::string_view trim(std::string_view s) {
-    while (!s.empty() && std::isspace(static_cast<unsigned char>(s.front()))) s.remove_prefix(1);
-    while (!s.empty() && std::isspace(static_cast<unsigned char>(s.back()))) s.remove_suffix(1);
+    while (!s.empty() && std::isspace(static_cast<unsigned char>(s.front())))
+        s.remove_prefix(1);
+    while (!s.empty() && std::isspace(static_cast<unsigned char>(s.back())))
+        s.remove_suffix(1);
     return s;
 }
 
@@ -693,7 +778,9 @@ kapParameterPtr kapParameterNumeric::create_bool(int value) {
         new kapParameterNumeric(kapSubTypeFlag, kapDimensions(kapDimNone), value != 0 ? 1 : 0));
 }
 
-void kapParameterNumeric::set_units(const kapUnits& units) { mut_impl().units = units.standard(); }
+void kapParameterNumeric::set_units(const kapUnits& units) {
+    mut_impl().units = units.standard();
+}
 void kapParameterNumeric::set_range(const kapRange& range) {
     auto& impl = mut_impl();
     impl.range = range;
@@ -736,7 +823,8 @@ bool kapParameterNumeric::parse(std::string_view text, double& out) {
             text.remove_prefix(1);
         }
         buf[n++] = '0';
-        for (char c : text) buf[n++] = c;
+        for (char c : text)
+            buf[n++] = c;
         auto r = std::from_chars(buf, buf + n, out);
         return r.ec == std::errc() && r.ptr == buf + n;
     }
@@ -770,7 +858,9 @@ double kapParameterNumeric::get_double_in_units(kapUnitsType units) const {
     return v / kapUnitsUtils::get_scale_from(units);
 }
 
-bool kapParameterNumeric::set_int(int v) { return set_double(v); }
+bool kapParameterNumeric::set_int(int v) {
+    return set_double(v);
+}
 
 bool kapParameterNumeric::set_double(double v) {
     if (!begin_write()) return false;
@@ -828,15 +918,16 @@ bool kapParameterNumeric::is_equal(const kapParameter& other) const {
 // ---------------------------------------------------------------------------------------------
 // Enumeration
 
-kapParameterEnum::kapParameterEnum() { impl_ = blank_impl(2, 0, kapDimNone); }
+kapParameterEnum::kapParameterEnum() {
+    impl_ = blank_impl(2, 0, kapDimNone);
+}
 
 kapParameterEnum::kapParameterEnum(const utString& key, const utString& label)
     : kapParameterEnum() {
     add_state(key, label, utString());
 }
 
-void kapParameterEnum::add_state(const utString& key, const utString& label,
-                                 const utString& desc) {
+void kapParameterEnum::add_state(const utString& key, const utString& label, const utString& desc) {
     mut_impl().states.push_back(kapEnumState{key, label, desc});
 }
 
@@ -932,9 +1023,13 @@ utString kapParameterString::get_string() const {
     return extra()->is_expr ? eval_string() : extra()->text;
 }
 
-utString kapParameterString::get_value_text() const { return extra() ? extra()->text : utString(); }
+utString kapParameterString::get_value_text() const {
+    return extra() ? extra()->text : utString();
+}
 
-int kapParameterString::get_int() const { return static_cast<int>(get_double()); }
+int kapParameterString::get_int() const {
+    return static_cast<int>(get_double());
+}
 
 double kapParameterString::get_double() const {
     double v = 0.0;
@@ -943,7 +1038,9 @@ double kapParameterString::get_double() const {
     return v;
 }
 
-bool kapParameterString::set_int(int v) { return set_string(std::to_string(v)); }
+bool kapParameterString::set_int(int v) {
+    return set_string(std::to_string(v));
+}
 bool kapParameterString::set_double(double v) {
     return set_string(kapParameterNumeric::format(v));
 }
@@ -993,7 +1090,8 @@ kapParameterVector::kapParameterVector(int n, const kapParameterNumeric& compone
         d = heap_;
     }
     const double v = component.get_double();
-    for (int i = 0; i < n; ++i) d[i] = v;
+    for (int i = 0; i < n; ++i)
+        d[i] = v;
 }
 
 kapParameterVector::kapParameterVector(const kapParameterVector& o) : kapParameter(o) {
@@ -1101,7 +1199,8 @@ bool kapParameterVector::set_string(const utString& text) {
 
 bool kapParameterVector::set_double(double v) {
     if (!begin_write()) return false;
-    for (int i = 0; i < impl_->vector_size; ++i) data()[i] = v;
+    for (int i = 0; i < impl_->vector_size; ++i)
+        data()[i] = v;
     clear_extra();
     end_write();
     return true;
@@ -1142,8 +1241,12 @@ kapParameterRef::kapParameterRef() {
     flags_ |= kRefFlag;
 }
 
-void kapParameterRef::set_ref_root_type(const utString& kind) { mut_impl().type_name = kind; }
-void kapParameterRef::set_nofollow(int nofollow) { mut_impl().nofollow = nofollow; }
+void kapParameterRef::set_ref_root_type(const utString& kind) {
+    mut_impl().type_name = kind;
+}
+void kapParameterRef::set_nofollow(int nofollow) {
+    mut_impl().nofollow = nofollow;
+}
 
 kapParameterRoot* kapParameterRef::get_ref() const noexcept {
     kapParameterRoot* root = kapParameterRoot::find_root(get_ref_id());
@@ -1374,8 +1477,9 @@ void kapParameterMap::reserve_kids(std::size_t n) {
     } else {
         fresh = ::operator new(bytes);
     }
-    if (size_ != 0)
+    if (size_ != 0) {
         std::memcpy(fresh, static_cast<const void*>(slot_.kids), size_ * sizeof(kapParameterPtr));
+    }
     if (!(flags_ & kKidsInBlockFlag)) ::operator delete(slot_.kids);
     slot_.kids = static_cast<kapParameterPtr*>(fresh);
     cap_ = static_cast<std::uint32_t>(n);
@@ -1407,10 +1511,12 @@ void kapParameterMap::clear_kids() noexcept {
     kap_activity_changed();
     const std::uint32_t n = size_;
     size_ = 0;
-    for (std::uint32_t i = 0; i < n; ++i)
+    for (std::uint32_t i = 0; i < n; ++i) {
         slot_.kids[i]->parent_ = nullptr;
-    for (std::uint32_t i = 0; i < n; ++i)
+    }
+    for (std::uint32_t i = 0; i < n; ++i) {
         slot_.kids[i].~kapParameterPtr();
+    }
 }
 
 void kapParameterMap::touch_structure() noexcept {
@@ -1677,8 +1783,9 @@ void kapParameterMap::seal() {
     former.size_ = size_;
     former.cap_ = cap_;
     former.flags_ |= flags_ & kKidsInBlockFlag;
-    for (const auto& c : former.children())
+    for (const auto& c : former.children()) {
         c->parent_ = &former;
+    }
     slot_.kids = nullptr;
     size_ = 0;
     cap_ = 0;
@@ -1709,8 +1816,9 @@ void kapParameterMap::seal_tree() {
     }
     if (n != 0 && n < 0xffff && words <= 0x10000) {
         std::size_t cap = 4;
-        while (cap < 2 * names)
+        while (cap < 2 * names) {
             cap <<= 1;
+        }
         impl.index.assign(cap, 0);
         impl.index_names.reserve(words);
         const auto mask = static_cast<std::uint32_t>(cap - 1);
@@ -1718,8 +1826,9 @@ void kapParameterMap::seal_tree() {
             FoldedName q;
             fold_name(name, q);
             std::uint32_t slot = q.hash & mask;
-            while (impl.index[slot] != 0)
+            while (impl.index[slot] != 0) {
                 slot = (slot + 1) & mask;
+            }
             const auto offset = static_cast<std::uint64_t>(impl.index_names.size());
             impl.index[slot] =
                 (std::uint64_t{q.hash} << 32) | (std::uint64_t{pos + 1} << 16) | offset;
@@ -1772,8 +1881,13 @@ kapParameterRoot::kapParameterRoot(const utString& kind, int version, const utSt
 }
 
 kapParameterRoot::kapParameterRoot(const kapParameterRoot& o)
-    : kapParameterMap(o), kind_(o.kind_), name_(o.name_), strings_(o.strings_),
-      version_(o.version_), modified_(o.modified_), locked_(o.locked_) {
+    : kapParameterMap(o),
+      kind_(o.kind_),
+      name_(o.name_),
+      strings_(o.strings_),
+      version_(o.version_),
+      modified_(o.modified_),
+      locked_(o.locked_) {
     register_self();
 }
 
@@ -1822,7 +1936,9 @@ void kapParameterRoot::reset() {
     build_tree(this);
 }
 
-kapParameterPtr kapParameterRoot::lookup_method(const kapParameterKey&) const { return {}; }
+kapParameterPtr kapParameterRoot::lookup_method(const kapParameterKey&) const {
+    return {};
+}
 
 void kapParameterRoot::build_par_dependency_table(kapParameterRoot& root,
                                                   utStringutStringSetcoTable& table) {
@@ -1859,15 +1975,25 @@ void register_in(const utString& name, Fn fn) {
 }
 }  // namespace
 
-kapBlockParUpdateCallbacks::kapBlockParUpdateCallbacks() noexcept { ++g_block_callbacks; }
-kapBlockParUpdateCallbacks::~kapBlockParUpdateCallbacks() { --g_block_callbacks; }
+kapBlockParUpdateCallbacks::kapBlockParUpdateCallbacks() noexcept {
+    ++g_block_callbacks;
+}
+kapBlockParUpdateCallbacks::~kapBlockParUpdateCallbacks() {
+    --g_block_callbacks;
+}
 bool kapBlockParUpdateCallbacks::block_parameter_update_callbacks() noexcept {
     return g_block_callbacks.load(std::memory_order_relaxed) > 0;
 }
 
-kapParameterNoLock::kapParameterNoLock() noexcept { ++g_nolock; }
-kapParameterNoLock::~kapParameterNoLock() { --g_nolock; }
-bool kapParameterNoLock::active() noexcept { return g_nolock.load(std::memory_order_relaxed) > 0; }
+kapParameterNoLock::kapParameterNoLock() noexcept {
+    ++g_nolock;
+}
+kapParameterNoLock::~kapParameterNoLock() {
+    --g_nolock;
+}
+bool kapParameterNoLock::active() noexcept {
+    return g_nolock.load(std::memory_order_relaxed) > 0;
+}
 
 void kapParameterCallbacks::register_onmodify(const utString& name, kapOnModifyFn fn) {
     register_in(name, fn);

@@ -21,8 +21,9 @@ bool kapParameterKey::parse(std::string_view path, std::vector<Component>& out) 
         if (c == '[') {
             const std::size_t start = i++;
             const std::size_t digits = i;
-            while (i < n && is_digit(path[i]))
+            while (i < n && is_digit(path[i])) {
                 ++i;
+            }
             if (i == digits || i >= n || path[i] != ']' || i - digits > 9) return false;
             int index = 0;
             std::from_chars(path.data() + digits, path.data() + i, index);
@@ -41,8 +42,9 @@ bool kapParameterKey::parse(std::string_view path, std::vector<Component>& out) 
         }
         if (!expect_name || c == '.' || c == ']') return false;
         const std::size_t start = i;
-        while (i < n && path[i] != '.' && path[i] != '[' && path[i] != ']')
+        while (i < n && path[i] != '.' && path[i] != '[' && path[i] != ']') {
             ++i;
+        }
         if (i < n && path[i] == ']') return false;
         out.push_back(Component{static_cast<std::uint32_t>(start),
                                 static_cast<std::uint32_t>(i - start), -1});
@@ -120,8 +122,9 @@ kapParameterKey kapParameterKey::remainder() const {
     const std::uint32_t base = comps_[1].offset;
     out.text_ = text_.substr(base);
     out.comps_.assign(comps_.begin() + 1, comps_.end());
-    for (auto& c : out.comps_)
+    for (auto& c : out.comps_) {
         c.offset -= base;
+    }
     out.legacy_ = legacy_;
     return out;
 }

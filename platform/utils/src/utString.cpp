@@ -2,8 +2,9 @@
 
 utString kapdowncase(std::string_view text) {
     utString out(text);
-    for (char& c : out)
+    for (char& c : out) {
         c = ut_lower(c);
+    }
     return out;
 }
 
