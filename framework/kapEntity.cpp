@@ -46,10 +46,10 @@ bool kap_schema_declared(std::string_view kind) {
 }
 
 int kapSmallEntityParLoader::load_par(const kapParameterKey& key, const utString& value) {
-    const kapParameterKey k = key;
-    utString v = value;
-    if (version_ < 5 && k.str() == "fish.species" && v == "cod") v = "halibut";
-    return kapParameterLoader::load_par(k, v);
+    if (version_ < 5 && key.str() == "fish.species" && value == "cod") {
+        return kapParameterLoader::load_par(key, "halibut");
+    }
+    return kapParameterLoader::load_par(key, value);
 }
 
 namespace {

@@ -108,11 +108,11 @@ kapObjectId kapBoundaryPar::get_lock_id_imp(const kapParameter& par) const {
 // Loading and updating
 
 int kapBoundaryParLoader::load_par(const kapParameterKey& key, const utString& value) {
-    kapParameterKey k = key;
-    const utString v = value;
-    if (k.str() == "use_min_angle") return 0;
-    if (k.str() == "stockmodel" && !v.empty()) k = kapParameterKey("stockmodel.id");
-    return kapParameterLoader::load_par(k, v);
+    if (key.str() == "use_min_angle") return 0;
+    if (key.str() == "stockmodel" && !value.empty()) {
+        return kapParameterLoader::load_par(kapParameterKey("stockmodel.id"), value);
+    }
+    return kapParameterLoader::load_par(key, value);
 }
 
 void kapBoundaryParUpdater::fill(kapParameterSimpleUpdatercoSList& list) {
