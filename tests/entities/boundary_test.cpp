@@ -62,73 +62,6 @@ TEST(Boundary, ProtocolAndOwnMember) {
     EXPECT_EQ(b.create_loader(kapPtrClaim{}, 1), nullptr);
 }
 
-TEST(Boundary, TypeEnumerationAsStated) {
-    // clang-format off
-    const std::vector<std::vector<std::string>> expected = {
-        {"user", "User", "Boundary defined by points input by the user."},
-        {"block", "Block", "Boundary from the current block."},
-        {"silhouette", "Silhouette", "Silhouette of the model projected in the Z axis."},
-        {"shallow", "Shallow", "Boundary at the junction between horizontal and vertical regions."},
-        {"rest", "Rest", "Boundary of regions where the new tool can machine further into a corner than the reference tool."},
-        {"selected", "Selected", "Boundary around selected surfaces."},
-        {"collision", "Collision", "Boundary of regions which are collision safe."},
-        {"contact_conv", "Contact Conversion", "Converts a contact point boundary into a boundary that can be used for a specific tool."},
-        {"contact_point", "Contact Point", "A boundary that limits the tool contact point rather than the tip position."},
-        {"stockmodel_rest", "Stockmodel Rest", "Rest boundary using stockmodel."},
-        {"boolean_operation", "Boolean Operation", "Boundary resulting of boolean operation between two reference boundaries."},
-        {"halden", "Halden Boundary", "Boundary created from halden parameters."},
-        {"penciled_in_rest", "Penciled In Rest Boundary", "Boundary combining rest regions with a pencil trace."},
-    };
-    // clang-format on
-    kapBoundaryPar b("B");
-    const auto* type = kapParameterEnum::ut_dynamic_cast(b["Type"].pointer());
-    ASSERT_NE(type, nullptr);
-    ASSERT_EQ(type->num_states(), 13);
-    for (int i = 0; i < 13; ++i) {
-        const auto& want = expected[static_cast<std::size_t>(i)];
-        EXPECT_EQ(type->state(i).key, want[0]);
-        EXPECT_EQ(type->state(i).label, want[1]);
-        EXPECT_EQ(type->state(i).desc, want[2]);
-    }
-    EXPECT_EQ(type->get_string(), "block");
-    EXPECT_EQ(type->get_group_name(), "Boundary");
-    EXPECT_EQ(type->get_desc(), "Type of boundary.");
-
-    const auto* model = kapParameterEnum::ut_dynamic_cast(b["NonIgnoredModelState"].pointer());
-    ASSERT_NE(model, nullptr);
-    ASSERT_EQ(model->num_states(), 3);
-    EXPECT_EQ(model->state(0).key, "unchanged");
-    EXPECT_EQ(model->state(1).desc, "Model has changed since calculation.");
-    EXPECT_EQ(model->state(2).label, "Approved");
-    EXPECT_EQ(model->get_string(), "unchanged");
-    EXPECT_EQ(model->get_label(), "Model Changed");
-    EXPECT_EQ(model->get_group_name(), "Debug");
-    EXPECT_EQ(model->get_desc(), "The non-ignored model state change since calculation.");
-}
-
-TEST(Boundary, ToleranceAndThicknessAsStated) {
-    for (int units : {0, 1}) {
-        kapUnitsScope scope(units);
-        kapBoundaryPar b("B");
-        const kapParameterPtr tol = b["Tolerance"];
-        EXPECT_DOUBLE_EQ(tol->get_double(), units == 0 ? 0.1 : 0.002);
-        EXPECT_EQ(tol->get_active(), "Type!='block'");
-        EXPECT_EQ(tol->get_desc(), "Determines how accurately the boundary is calculated.");
-        EXPECT_EQ(tol->get_measure_mode(), 1);
-        EXPECT_TRUE(tol->impl().has_range);
-        EXPECT_FALSE(tol->impl().range.contains(-1.0));
-        EXPECT_EQ(kapParameterNumeric::ut_dynamic_cast(tol.pointer())->get_dimensions().standard(),
-                  kapDimLength);
-
-        const kapParameterPtr th = b["Thickness"];
-        EXPECT_EQ(th->get_double(), 0.0);
-        EXPECT_EQ(th->get_desc(), "Thickness.");
-        EXPECT_EQ(th->get_active(),
-                  "Type!='block' AND Type!='user' AND Type!='boolean_operation' AND "
-                  "Type!='contact_point'");
-    }
-}
-
 // Element 16 gets its collision thickness in the unit system of construction; 15 and 17 are
 // ignored; the others keep the declared defaults. A later reset restores them.
 class ThicknessSetDefaults : public ::testing::TestWithParam<std::pair<int, double>> {};
@@ -304,62 +237,6 @@ TEST_P(BoundarySchema, EveryDeclaredParameterIsWellFormed) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Units, BoundarySchema, ::testing::Values(0, 1));
-
-TEST(Boundary, TopLevelOrderFollowsTheOutline) {
-    const std::vector<std::string> outline = {"AutoReplay",
-                                              "Type",
-                                              "Block",
-                                              "Workplane",
-                                              "NonIgnoredModelState",
-                                              "UserParameters",
-                                              "Tolerance",
-                                              "Thickness",
-                                              "UseAxialThickness",
-                                              "AxialThickness",
-                                              "VerticalTolerance",
-                                              "VerticalAngle",
-                                              "MaxDeviation",
-                                              "Mesh",
-                                              "ThicknessSets",
-                                              "ThicknessSetValues",
-                                              "Angle",
-                                              "MinAngle",
-                                              "Tool",
-                                              "ReferenceTool",
-                                              "ThresholdThickness",
-                                              "Offset",
-                                              "Rollover",
-                                              "VerticalUp",
-                                              "SelectedSurfacesList",
-                                              "CollisionCheck",
-                                              "Clearance",
-                                              "StockModelState",
-                                              "StockModelThickerThan",
-                                              "EdgeTolerance",
-                                              "Limit",
-                                              "BlockLimiting",
-                                              "ContactPointBoundary",
-                                              "BooleanOperation",
-                                              "Halden",
-                                              "Edited",
-                                              "Computed",
-                                              "BadSurfaces",
-                                              "Error",
-                                              "Private",
-                                              "AvailablePrivate",
-                                              "History",
-                                              "Exclusive"};
-    kapBoundaryPar b("B");
-    ASSERT_EQ(b.size(), outline.size());
-    for (std::size_t i = 0; i < outline.size(); ++i) {
-        EXPECT_EQ(b.child(i)->get_name(), outline[i]);
-    }
-    EXPECT_FALSE(kapParameterMap::ut_dynamic_cast(b["UserParameters"].pointer())->is_fixed());
-    const auto* workplane = kapParameterRef::ut_dynamic_cast(b["Workplane"].pointer());
-    ASSERT_NE(workplane, nullptr);
-    EXPECT_EQ(workplane->get_ref_root_type(), "workplane");
-    EXPECT_EQ(workplane->get_group_name(), "General");
-}
 
 // -----------------------------------------------------------------------------------------------
 // Synonyms, and the paths that the loader, the updater, reset and the lock rule name
@@ -689,45 +566,6 @@ TEST_F(BoundaryEdits, FetchTheListAndItsChildren) {
 
 // -----------------------------------------------------------------------------------------------
 // A saved version-1 file through the loader and the updater
-
-TEST(BoundaryFile, VersionOneContactConversionLoadsAndUpdates) {
-    kapUnitsScope metric(0);
-    kapFileDocument doc;
-    kapFileError err;
-    ASSERT_TRUE(
-        kap_read_entity_file(KAPPAR_SOURCE_DIR "/examples/boundary_v1_contact_conv.kap", doc, err))
-        << kap_format_file_error("boundary_v1_contact_conv.kap", err);
-    EXPECT_EQ(doc.kind, "boundary");
-    EXPECT_EQ(doc.version, 1);
-
-    kapParameterUpdater::get_unrecognised_pars().clear();
-    std::unique_ptr<kapParameterRoot> root = kapEntityKinds::create(doc.kind, doc.name);
-    ASSERT_NE(root, nullptr);
-    ASSERT_NE(kapBoundaryPar::ut_dynamic_cast(root.get()), nullptr);
-    std::unique_ptr<kapParameterLoader> loader(root->create_loader(kapPtrClaim{}, doc.version));
-    ASSERT_NE(loader, nullptr);
-    for (const kapFilePair& pair : doc.pairs) {
-        loader->load_par(kapParameterKey(pair.key), pair.value);
-    }
-    root->get_updater()->update(doc.version, *root, loader->loaded_keys());
-
-    EXPECT_EQ(root->version(), 3);
-    EXPECT_EQ(root->get_root_name(), "Contact Conversion 1");
-    EXPECT_EQ((*root)["Type"]->get_string(), "contact_conv");
-    EXPECT_DOUBLE_EQ((*root)["Block.Diameter"]->get_double(), 20.0);
-    EXPECT_EQ(root->find_node("ContactPointBoundary")->get_ref_id().value, 12u);
-    EXPECT_TRUE(root->find_node("Limit.Boundary")->get_ref_id().empty());
-    EXPECT_DOUBLE_EQ((*root)["Tolerance"]->get_double(), 0.05);
-    EXPECT_EQ((*root)["CollisionCheck"]->get_int(), 1);
-    EXPECT_DOUBLE_EQ((*root)["ThresholdThickness"]->get_double(), 0.3);
-
-    const auto& table = kapParameterUpdater::get_unrecognised_pars();
-    ASSERT_TRUE(table.contains("surface_finish"));
-    EXPECT_EQ(table.at("surface_finish"), "fine");
-    EXPECT_TRUE(table.contains("block.radius"));
-    EXPECT_FALSE(table.contains("use_min_angle"));
-    EXPECT_EQ(table.size(), 2u);
-}
 
 // -----------------------------------------------------------------------------------------------
 // Activity (needs the evaluator binding)

@@ -103,28 +103,6 @@ TEST(Model, CopyCarriesTheHierarchy) {
     EXPECT_EQ(a2->get_root(), copy);
 }
 
-TEST(HierarchyElement, DeclaresItsChildrenInOrder) {
-    kapModelHierarchyElementPar e("Top", kapParameterPtr());
-    const std::vector<std::string> expected = {"Parent",     "Name",       "Path",
-                                               "Children",   "Parameters", "ModelMetadata",
-                                               "Workplanes", "Components", "SelectedInGUI"};
-    EXPECT_EQ(child_names(e), expected);
-    EXPECT_EQ(e["Children"]->type(), kapParameterType::array);
-    EXPECT_EQ(e["Workplanes"]->type(), kapParameterType::array);
-    EXPECT_EQ(e["Components"]->get_typename(), "ModelCompList");
-    EXPECT_EQ(e["SelectedInGUI"]->subtype(), kapSubTypeFlag);
-    EXPECT_EQ(e["ModelMetadata"]->get_label(), "");
-    for (const auto& name : expected) {
-        EXPECT_EQ(e.find_child(name)->get_group_name(), "Model Hierarchy") << name;
-    }
-    EXPECT_TRUE(e.ut_is_kind_of(kapParameterMap::ut_static_type()));
-    EXPECT_FALSE(e.ut_is_kind_of(kapParameterRoot::ut_static_type()));
-    EXPECT_EQ(kapModelHierarchyElementPar::ut_dynamic_cast(&e), &e);
-    kapParameterMap plain;
-    EXPECT_EQ(kapModelHierarchyElementPar::ut_dynamic_cast(&plain), nullptr);
-    EXPECT_EQ(kapModelHierarchyElementPar::ut_dynamic_cast(nullptr), nullptr);
-}
-
 TEST(HierarchyElement, ParentClimbsTheTree) {
     kapModelPar m("Top");
     kapModelHierarchyElementPar* top = m.hierarchy();

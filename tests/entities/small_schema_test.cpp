@@ -41,37 +41,6 @@ TEST(WorkplaneSchema, FreshWorkplaneIsTheWorldFrame) {
     EXPECT_DOUBLE_EQ(w["ZAxis[2]"]->get_double(), 1.0);
 }
 
-TEST(WorkplaneSchema, DeclarationsByKind) {
-    kapWorkplanePar w("W");
-    for (const char* name : {"XAngle", "YAngle", "ZAngle", "Elevation", "Azimuth"}) {
-        SCOPED_TRACE(name);
-        const kapParameter& p = *w[name];
-        EXPECT_EQ(p.subtype(), kapSubTypeAngle);
-        EXPECT_EQ(p.get_measure_mode(), 7);
-        EXPECT_EQ(p.impl().dims, kapDimNone);
-        EXPECT_EQ(p.get_group_name(), "Workplane");
-    }
-    for (const char* name : {"Origin", "XAxis", "YAxis", "ZAxis"}) {
-        SCOPED_TRACE(name);
-        const auto* v = kapParameterVector::ut_dynamic_cast(w[name].pointer());
-        ASSERT_NE(v, nullptr);
-        EXPECT_EQ(v->num_components(), 3);
-        EXPECT_EQ(v->impl().access_type, 1);
-        EXPECT_EQ(v->get_group_name(), "Workplane");
-        ASSERT_NE(v->impl().component, nullptr);
-        EXPECT_EQ(v->impl().component->subtype, kapSubTypeReal);
-        EXPECT_EQ(v->impl().component->dims,
-                  std::string(name) == "Origin" ? kapDimLength : kapDimNone);
-    }
-    const kapParameter& lock = *w["VNAutoLock"];
-    EXPECT_EQ(lock.subtype(), kapSubTypeFlag);
-    EXPECT_EQ(lock.get_group_name(), "Debug");
-    EXPECT_EQ(lock.get_label(), "Internal Workplane");
-    // Kept without its full stop.
-    EXPECT_EQ(lock.get_desc(), "Internal workplane originally a mirror of the world transform");
-    EXPECT_EQ(w["Azimuth"]->get_label(), "Azimuth Angle");
-}
-
 struct DefaultCase {
     const char* path;
     double metric;
@@ -138,32 +107,6 @@ TEST(StockModelSchema, LengthsAreNonNegativeWithoutMeasureMode) {
     EXPECT_EQ(s["Origin"]->get_label(), "Stock Model Origin");
 }
 
-// The model's texts are kept exactly, blanks and the odd label included.
-TEST(ModelSchema, TextsKeptAsTheyStand) {
-    kapModelPar m("M");
-    EXPECT_EQ(m["IsBroken"]->get_desc(),
-              " Whether or not the file the model was imported from contained errors. Broken "
-              "models cannot be machined. ");
-    EXPECT_EQ(m["HasBadSurface"]->get_desc().front(), ' ');
-    EXPECT_EQ(m["IsReferenceModel"]->get_desc().back(), ' ');
-    EXPECT_EQ(m["Components"]->get_label(), "Model::Components");
-    EXPECT_EQ(m["Components"]->get_desc(), "A list of the model's components");
-    EXPECT_EQ(m["Components"]->get_typename(), "ModelCompList");
-    const auto* type = kapParameterEnum::ut_dynamic_cast(m["Type"].pointer());
-    ASSERT_NE(type, nullptr);
-    ASSERT_EQ(type->num_states(), 4);
-    EXPECT_EQ(type->state(0).desc, " Model made of surfaces / wireframes. ");
-    EXPECT_EQ(type->get_string(), "unknown");
-    const auto* origin = kapParameterEnum::ut_dynamic_cast(m["Origin"].pointer());
-    ASSERT_NE(origin, nullptr);
-    EXPECT_EQ(origin->get_string(), "unknown");
-    EXPECT_EQ(origin->state(origin->find_state("internal")).desc,
-              " A model which has been created in Vantor. ");
-    EXPECT_EQ(m["Path"]->type(), kapParameterType::path);
-    // Enumeration texts match exactly.
-    EXPECT_EQ(type->find_state("Triangle"), -1);
-}
-
 // ---------------------------------------------------------------------------------------------
 // Every declared parameter is named, labelled and described (defaults, ranges and activity are
 // checked over these trees and the boundary's in declared_parameters_test.cpp).
@@ -192,29 +135,6 @@ void check_tree(const kapParameter& par, const std::string& where, int& checked)
                 << "repeated name " << c.get_name();
         }
         check_tree(c, where + "." + c.get_name(), checked);
-    }
-}
-
-TEST(SmallSchemas, EveryDeclaredParameterIsConsistent) {
-    const std::function<kapParameter*()> makers[] = {
-        [] { return new kapWorkplanePar("W"); },
-        [] { return new kapLevelPar("L"); },
-        [] { return new kapPatternPar("P"); },
-        [] { return new kapModelPar("M"); },
-        [] { return new kapStockModelPar("S"); },
-        [] { return new kapDrillingHolePar("H"); },
-        [] { return new kapModelHierarchyElementPar("E", kapParameterPtr()); },
-    };
-    for (int units : {0, 1}) {
-        kapUnitsScope scope(units);
-        int checked = 0;
-        for (const auto& make : makers) {
-            std::unique_ptr<kapParameter> root(make());
-            check_tree(*root, std::to_string(units) + ":" + root->get_name(), checked);
-        }
-        // Workplane 11, level 3, pattern 1, model 12 + hierarchy 10, stock model 9, hole 1,
-        // element 10.
-        EXPECT_EQ(checked, 57);
     }
 }
 

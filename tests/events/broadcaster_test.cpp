@@ -16,16 +16,16 @@ namespace {
 
 enum class ArgType { string, flag, integer, real };
 
-struct ArgSpec {
+struct ArgRow {
     std::string_view name;
     ArgType type;
 };
 
-using Raise = void (*)(const std::vector<ArgSpec>& args, int run);
+using Raise = void (*)(const std::vector<ArgRow>& args, int run);
 
-struct EventSpec {
+struct EventRow {
     std::string_view name;
-    std::vector<ArgSpec> args;
+    std::vector<ArgRow> args;
     Raise raise;  // calls the broadcaster's function with the values of `run`
 };
 
@@ -58,7 +58,7 @@ constexpr ArgType type_of() {
 
 // Calls `fn` with the values of `run`, after checking that its parameters are the table's.
 template <class... A, std::size_t... I>
-void call(void (*fn)(A...), const std::vector<ArgSpec>& args, [[maybe_unused]] int run,
+void call(void (*fn)(A...), const std::vector<ArgRow>& args, [[maybe_unused]] int run,
           std::index_sequence<I...>) {
     ASSERT_EQ(args.size(), sizeof...(A));
     const std::array<ArgType, sizeof...(A)> types = {type_of<std::decay_t<A>>()...};
@@ -68,7 +68,7 @@ void call(void (*fn)(A...), const std::vector<ArgSpec>& args, [[maybe_unused]] i
     fn(value_of<std::decay_t<A>>(args[I].name, I, run)...);
 }
 template <class... A>
-void call(void (*fn)(A...), const std::vector<ArgSpec>& args, int run) {
+void call(void (*fn)(A...), const std::vector<ArgRow>& args, int run) {
     call(fn, args, run, std::index_sequence_for<A...>());
 }
 
@@ -77,13 +77,13 @@ void call(void (*fn)(A...), const std::vector<ArgSpec>& args, int run) {
 #define KAP_TEST_TYPE_int ArgType::integer
 #define KAP_TEST_TYPE_real ArgType::real
 
-const std::vector<EventSpec>& events() {
-    static const std::vector<EventSpec> table = {
+const std::vector<EventRow>& events() {
+    static const std::vector<EventRow> table = {
 #define KAP_EVENT(Name, Arguments)                                       \
-    {#Name, {Arguments}, [](const std::vector<ArgSpec>& args, int run) { \
+    {#Name, {Arguments}, [](const std::vector<ArgRow>& args, int run) { \
          call(&kapEventParBroadcaster::Name, args, run);                 \
      }},
-#define ARG(Name, Type) ArgSpec{#Name, KAP_TEST_TYPE_##Type},
+#define ARG(Name, Type) ArgRow{#Name, KAP_TEST_TYPE_##Type},
 #include "../../events/kapEvents.def"
     };
     return table;
@@ -132,21 +132,21 @@ TEST(EventTable, HoldsTheEightyEventsInOrder) {
 }
 
 TEST_F(Broadcast, EveryEventDeliversItsBranchWithItsArguments) {
-    for (const EventSpec& spec : events()) {
-        SCOPED_TRACE(std::string(spec.name));
+    for (const EventRow& row : events()) {
+        SCOPED_TRACE(std::string(row.name));
         for (int run = 0; run < kRuns; ++run) {
             g_received.clear();
-            spec.raise(spec.args, run);
+            row.raise(row.args, run);
             ASSERT_EQ(g_received.size(), 1u);
             const kapParameterPtr& event = g_received.front();
             EXPECT_EQ(event->type(), kapParameterType::map);
-            EXPECT_EQ(event->get_name(), spec.name);
-            EXPECT_EQ(event->get_label(), utString(spec.name) + "Event");
+            EXPECT_EQ(event->get_name(), row.name);
+            EXPECT_EQ(event->get_label(), utString(row.name) + "Event");
             EXPECT_EQ(event->parent(), nullptr) << "a copy, not the shared branch";
-            ASSERT_EQ(event->size(), spec.args.size());
+            ASSERT_EQ(event->size(), row.args.size());
             const auto& map = static_cast<const kapParameterMap&>(*event);
-            for (std::size_t i = 0; i < spec.args.size(); ++i) {
-                const ArgSpec& arg = spec.args[i];
+            for (std::size_t i = 0; i < row.args.size(); ++i) {
+                const ArgRow& arg = row.args[i];
                 const kapParameter& c = *map.child(i);
                 SCOPED_TRACE(std::string(arg.name));
                 EXPECT_EQ(c.get_name(), arg.name);
@@ -180,8 +180,8 @@ TEST_F(Broadcast, EveryEventDeliversItsBranchWithItsArguments) {
 TEST(BroadcastRelay, WithoutRelayNothingIsDeliveredNorQueued) {
     g_received.clear();
     kapEventParBroadcaster::set_relay(nullptr);
-    for (const EventSpec& spec : events()) {
-        spec.raise(spec.args, 0);
+    for (const EventRow& row : events()) {
+        row.raise(row.args, 0);
     }
     // Installing a relay afterwards delivers only what is raised from then on.
     kapEventParBroadcaster::set_relay(&record);

@@ -38,7 +38,7 @@ void err(std::string_view text);
 // ---------------------------------------------------------------------------------------------
 // Arguments
 
-struct OptionSpec {
+struct OptionDecl {
     std::string_view name;  // "--format"
     char short_name = 0;    // 'o' for "-o"; 0 when none
     bool takes_value = false;
@@ -56,7 +56,7 @@ struct ParsedArgs {
 };
 
 // False with `error` filled for an unknown option or a missing value.
-bool parse_args(std::span<const std::string> args, std::span<const OptionSpec> specs,
+bool parse_args(std::span<const std::string> args, std::span<const OptionDecl> decls,
                 ParsedArgs& parsed, std::string& error);
 
 // ---------------------------------------------------------------------------------------------
@@ -66,7 +66,7 @@ struct Command {
     std::string_view name;
     std::string_view summary;  // one line for the tool's own help
     std::string_view help;     // the command's help text, starting with its usage line
-    std::span<const OptionSpec> options;
+    std::span<const OptionDecl> options;
     int (*run)(const ParsedArgs& args);
 };
 

@@ -38,7 +38,7 @@ std::optional<std::string> ParsedArgs::value(std::string_view name) const {
     return found;
 }
 
-bool parse_args(std::span<const std::string> args, std::span<const OptionSpec> specs,
+bool parse_args(std::span<const std::string> args, std::span<const OptionDecl> decls,
                 ParsedArgs& parsed, std::string& error) {
     bool options_done = false;
     for (std::size_t i = 0; i < args.size(); ++i) {
@@ -53,40 +53,40 @@ bool parse_args(std::span<const std::string> args, std::span<const OptionSpec> s
         }
         std::string_view name = a;
         std::optional<std::string> inline_value;
-        const OptionSpec* spec = nullptr;
+        const OptionDecl* decl = nullptr;
         if (a.starts_with("--")) {
             const auto eq = a.find('=');
             if (eq != std::string::npos) {
                 name = std::string_view(a).substr(0, eq);
                 inline_value = a.substr(eq + 1);
             }
-            for (const auto& s : specs) {
-                if (s.name == name) spec = &s;
+            for (const auto& s : decls) {
+                if (s.name == name) decl = &s;
             }
         } else if (a.size() == 2) {
-            for (const auto& s : specs) {
-                if (s.short_name != 0 && s.short_name == a[1]) spec = &s;
+            for (const auto& s : decls) {
+                if (s.short_name != 0 && s.short_name == a[1]) decl = &s;
             }
         }
-        if (spec == nullptr) {
+        if (decl == nullptr) {
             error = "unknown option '" + std::string(name) + "'";
             return false;
         }
         std::string value;
-        if (spec->takes_value) {
+        if (decl->takes_value) {
             if (inline_value) {
                 value = *inline_value;
             } else if (i + 1 < args.size()) {
                 value = args[++i];
             } else {
-                error = "option '" + std::string(spec->name) + "' needs a value";
+                error = "option '" + std::string(decl->name) + "' needs a value";
                 return false;
             }
         } else if (inline_value) {
-            error = "option '" + std::string(spec->name) + "' takes no value";
+            error = "option '" + std::string(decl->name) + "' takes no value";
             return false;
         }
-        parsed.options.emplace_back(std::string(spec->name), std::move(value));
+        parsed.options.emplace_back(std::string(decl->name), std::move(value));
     }
     return true;
 }

@@ -124,17 +124,17 @@ Options:
 Exit status 1 when a problem is found, 3 when a file cannot be read or loaded.
 )";
 
-constexpr OptionSpec kHelpOption{"--help", 'h', false};
-constexpr OptionSpec kUnitsOption{"--units", 0, true};
+constexpr OptionDecl kHelpOption{"--help", 'h', false};
+constexpr OptionDecl kUnitsOption{"--units", 0, true};
 
-constexpr OptionSpec kKindsOptions[] = {kHelpOption, kUnitsOption, {"--format", 0, true}};
-constexpr OptionSpec kSchemaOptions[] = {
+constexpr OptionDecl kKindsOptions[] = {kHelpOption, kUnitsOption, {"--format", 0, true}};
+constexpr OptionDecl kSchemaOptions[] = {
     kHelpOption, kUnitsOption, {"--format", 0, true}, {"--inch", 0, false}};
-constexpr OptionSpec kShowOptions[] = {
+constexpr OptionDecl kShowOptions[] = {
     kHelpOption, kUnitsOption, {"--format", 0, true}, {"--active-only", 0, false}};
-constexpr OptionSpec kUpgradeOptions[] = {
+constexpr OptionDecl kUpgradeOptions[] = {
     kHelpOption, kUnitsOption, {"--output", 'o', true}, {"--in-place", 0, false}};
-constexpr OptionSpec kPlainOptions[] = {kHelpOption, kUnitsOption};
+constexpr OptionDecl kPlainOptions[] = {kHelpOption, kUnitsOption};
 
 int run_help(const ParsedArgs& args);
 
