@@ -4,6 +4,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "kappar/kapEntity.h"
 #include "kapparameter/kapEvaluator.h"
 
 namespace {
@@ -51,7 +52,7 @@ kapParameterPtr make_node(const kapDeclRow& row) {
             if (row.range) component.set_range(*row.range);
             auto* v = new kapParameterVector(row.size > 0 ? row.size : 3, component);
             kapParameterPtr p(v);
-            v->set_access_type(1);
+            v->set_access_type(row.access >= 0 ? row.access : 1);
             if (row.measure >= 0) v->set_measure_mode(row.measure);
             return p;
         }
@@ -67,6 +68,8 @@ kapParameterPtr make_node(const kapDeclRow& row) {
             return kapParameterPtr(new kapParameterList());
         case kapDeclKind::array:
             return kapParameterPtr(new kapParameterArray());
+        case kapDeclKind::function:
+            return kapParameterPtr(new kapParameterMemberFunction(row.func, nullptr));
         case kapDeclKind::ref: {
             auto* r = new kapParameterRef();
             kapParameterPtr p(r);
@@ -89,81 +92,131 @@ void split(std::string_view path, std::string_view& parent, std::string_view& na
     }
 }
 
+// The state of one kap_declare call: the declared maps by full path (with the group their
+// children inherit), the array element templates to replicate at the end.
+struct Declaring {
+    struct Owner {
+        kapParameterMap* map;
+        std::string_view group;
+    };
+    std::unordered_map<std::string_view, Owner> maps;
+    std::vector<std::pair<kapParameterArray*, kapParameterPtr>> arrays;
+    std::vector<int> array_sizes;
+    std::deque<utString> paths;  // stable storage for composed paths
+    std::string_view kind;       // the declaring root's kind, for callback names
+    utString* failed_path = nullptr;
+
+    std::string_view keep(utString s) {
+        paths.push_back(std::move(s));
+        return paths.back();
+    }
+    std::string_view callback_name(std::string_view written, std::string_view prefix,
+                                   std::string_view path) {
+        if (written != kapDeclAutoName) return written;
+        return keep(kap_callback_name(prefix, kind, path));
+    }
+    bool fail(std::string_view path) {
+        if (failed_path) *failed_path = utString(path);
+        return false;
+    }
+
+    bool declare(std::span<const kapDeclRow> rows, std::string_view prefix);
+    bool declare_one(const kapDeclRow& row, std::string_view full_path);
+};
+
+bool Declaring::declare(std::span<const kapDeclRow> rows, std::string_view prefix) {
+    for (const kapDeclRow& row : rows) {
+        const std::string_view full =
+            prefix.empty() ? row.path : keep(utString(prefix) + "." + utString(row.path));
+        if (!declare_one(row, full)) return false;
+    }
+    return true;
+}
+
+bool Declaring::declare_one(const kapDeclRow& row, std::string_view full_path) {
+    std::string_view parent_path, name;
+    split(full_path, parent_path, name);
+    auto it = maps.find(parent_path);
+    if (it == maps.end() || name.empty()) return fail(full_path);
+    kapParameterMap* owner = it->second.map;
+    const std::string_view group = row.group.empty() ? it->second.group : row.group;
+
+    // 1. The key: parent key, legacy key, name.
+    const utString legacy = row.legacy.empty() ? kapdowncase(name) : utString(row.legacy);
+    const kapParameterKey key(utString(name), legacy, kapParameterKey(parent_path));
+    // 2. The value node.
+    kapParameterPtr par = make_node(row);
+    if (!par) return fail(full_path);
+    // 3. Its own declaration object.
+    par->set_impl(kapParameterImplPtr(new kapParameterImpl()));
+    par->set_name(utString(name));
+    par->set_legacy_key(legacy);
+    // 4. Description, active expression, group, label.
+    par->set_desc(utString(row.desc));
+    if (!row.active.empty()) par->set_active(utString(row.active));
+    par->set_group_name(utString(group));
+    par->set_label(utString(row.label));
+    if (row.mirror >= 0) par->set_mirror_mode(row.mirror);
+    if (!row.onmodify.empty()) {
+        par->set_onmodify_callback(utString(callback_name(row.onmodify, "onmodify_", full_path)));
+    }
+    if (!row.onread.empty()) {
+        par->set_onread_callback(utString(callback_name(row.onread, "onread_", full_path)));
+    }
+    if (!row.onmirror.empty()) {
+        par->set_onmirror_callback(utString(callback_name(row.onmirror, "onmirror_", full_path)));
+    }
+    if (row.kind == kapDeclKind::data && !row.type.empty()) {
+        par->set_typename(utString(row.type));
+    }
+    // 5. The default, chosen by the unit system.
+    if (!row.def.empty() || !row.def_inch.empty()) {
+        const std::string_view inch = row.def_inch.empty() ? row.def : row.def_inch;
+        par->set_defaults(kapEvaluator::localize(utString(row.def)),
+                          kapEvaluator::localize(utString(inch)));
+    }
+    // 6. The range.
+    if (row.range && row.kind != kapDeclKind::vector) {
+        if (auto* n = kapParameterNumeric::ut_dynamic_cast(par.pointer())) {
+            n->set_range(*row.range);
+        }
+    }
+    // 7. Added under its name.
+    kapParameterPtr added = owner->add(kapParameterKey(utString(name)), par);
+    kapDeclarationScope::count();
+
+    auto* m = kapParameterMap::ut_dynamic_cast(added.pointer());
+    if (m == nullptr) return row.row_count == 0 || fail(full_path);
+    maps[full_path] = Owner{m, group};
+    if (row.kind != kapDeclKind::array) {
+        return declare(std::span(row.rows, row.row_count), full_path);
+    }
+    // Arrays: one element template, addressed by rows as "<path>[]", replicated at the end.
+    kapParameterPtr element(new kapParameterMap());
+    auto* element_map = kapParameterMap::ut_dynamic_cast(element.pointer());
+    arrays.emplace_back(kapParameterArray::ut_dynamic_cast(m), element);
+    array_sizes.push_back(row.size);
+    const std::string_view element_path = keep(utString(full_path) + "[]");
+    maps[element_path] = Owner{element_map, group};
+    return declare(std::span(row.rows, row.row_count), element_path);
+}
+
 }  // namespace
 
 bool kap_declare(kapParameter* parent, std::span<const kapDeclRow> rows,
                  std::string_view default_group, utString* failed_path) {
     auto* top = kapParameterMap::ut_dynamic_cast(parent);
     if (top == nullptr) return false;
-    // Declared maps by path, and the element templates of arrays ("Path[]").
-    std::unordered_map<std::string_view, kapParameterMap*> maps;
-    std::vector<std::pair<kapParameterArray*, kapParameterPtr>> arrays;
-    std::vector<int> array_sizes;
-    std::deque<utString> element_paths;  // stable storage for the "<path>[]" keys
-    maps.emplace(std::string_view(), top);
-
-    for (const kapDeclRow& row : rows) {
-        std::string_view parent_path, name;
-        split(row.path, parent_path, name);
-        auto it = maps.find(parent_path);
-        if (it == maps.end() || name.empty()) {
-            if (failed_path) *failed_path = utString(row.path);
-            return false;
-        }
-        kapParameterMap* owner = it->second;
-
-        // 1. The key: parent key, legacy key, name.
-        const utString legacy = row.legacy.empty() ? kapdowncase(name) : utString(row.legacy);
-        const kapParameterKey key(utString(name), legacy, kapParameterKey(parent_path));
-        // 2. The value node.
-        kapParameterPtr par = make_node(row);
-        // 3. Its own declaration object.
-        par->set_impl(kapParameterImplPtr(new kapParameterImpl()));
-        par->set_name(utString(name));
-        par->set_legacy_key(legacy);
-        // 4. Description, active expression, group, label.
-        par->set_desc(utString(row.desc));
-        if (!row.active.empty()) par->set_active(utString(row.active));
-        par->set_group_name(utString(row.group.empty() ? default_group : row.group));
-        par->set_label(utString(row.label));
-        if (row.mirror >= 0) par->set_mirror_mode(row.mirror);
-        if (!row.onmodify.empty()) par->set_onmodify_callback(utString(row.onmodify));
-        if (row.kind == kapDeclKind::data && !row.type.empty()) {
-            par->set_typename(utString(row.type));
-        }
-        // 5. The default, chosen by the unit system.
-        if (!row.def.empty() || !row.def_inch.empty()) {
-            const std::string_view inch = row.def_inch.empty() ? row.def : row.def_inch;
-            par->set_defaults(kapEvaluator::localize(utString(row.def)),
-                              kapEvaluator::localize(utString(inch)));
-        }
-        // 6. The range.
-        if (row.range && row.kind != kapDeclKind::vector) {
-            if (auto* n = kapParameterNumeric::ut_dynamic_cast(par.pointer())) {
-                n->set_range(*row.range);
-            }
-        }
-        // 7. Added under its name.
-        kapParameterPtr added = owner->add(kapParameterKey(utString(name)), par);
-        kapDeclarationScope::count();
-
-        if (auto* m = kapParameterMap::ut_dynamic_cast(added.pointer())) {
-            maps[row.path] = m;
-            if (row.kind == kapDeclKind::array) {
-                kapParameterPtr element(new kapParameterMap());
-                arrays.emplace_back(kapParameterArray::ut_dynamic_cast(m), element);
-                array_sizes.push_back(row.size);
-                auto* element_map = kapParameterMap::ut_dynamic_cast(element.pointer());
-                // Rows address the element template as "<path>[]".
-                element_paths.push_back(utString(row.path) + "[]");
-                maps[element_paths.back()] = element_map;
-            }
-        }
+    Declaring d;
+    d.failed_path = failed_path;
+    if (const kapParameterRoot* root = kapParameterRoot::get_root(parent)) {
+        d.kind = root->get_root_type();
     }
-    for (std::size_t i = 0; i < arrays.size(); ++i) {
-        auto* array = arrays[i].first;
-        for (int n = 0; n < array_sizes[i]; ++n) {
-            array->append(arrays[i].second);
+    d.maps.emplace(std::string_view(), Declaring::Owner{top, default_group});
+    if (!d.declare(rows, {})) return false;
+    for (std::size_t i = 0; i < d.arrays.size(); ++i) {
+        for (int n = 0; n < d.array_sizes[i]; ++n) {
+            d.arrays[i].first->append(d.arrays[i].second);
         }
     }
     return true;

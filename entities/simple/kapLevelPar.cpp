@@ -1,6 +1,9 @@
 #include "kappar/kapLevelPar.h"
 
+#include "kappar/kapSchemaNotation.h"
+
 namespace {
+using namespace kap_decl;
 
 // clang-format off
 constexpr kapDeclState kTypeStates[] = {
@@ -8,10 +11,11 @@ constexpr kapDeclState kTypeStates[] = {
     {"set",   "Set",   "Set."},
 };
 
-constexpr kapDeclRow kRows[] = {
-    {.path = "Type",    .legacy = "type",    .label = "Type",        .kind = kapDeclKind::enumeration, .states = kTypeStates, .def = "level",                                .desc = "Type of level."},
-    {.path = "IsClamp", .legacy = "isclamp", .label = "Clamp Level", .kind = kapDeclKind::flag,                               .def = "0", .active = "Type=='level'",    .desc = "If true then level is used for clamps."},
-};
+KAP_TABLE(kRows)
+//         Path       Label          States / Default      Active           Description
+KAP_ENUM  ("Type",    "Type",        kTypeStates, "level", "",              "Type of level.")
+KAP_FLAG  ("IsClamp", "Clamp Level", "0",                  "Type=='level'", "If true then level is used for clamps.")
+KAP_END_TABLE
 // clang-format on
 
 }  // namespace

@@ -42,6 +42,7 @@ enum class kapDeclKind : std::uint8_t {
     ref,    // reference to a root of kind `type`
     data,   // opaque data of type `type`
     path,
+    function,  // member function `func`, called from expressions as "Name()"
 };
 
 struct kapDeclState {
@@ -69,7 +70,19 @@ struct kapDeclRow {
     std::string_view group = {};  // empty: the table's group
     std::string_view desc = {};
     std::string_view onmodify = {};  // name of a registered change callback
+    // Rows declared under this parameter: the contents of a map, or the element of an array.
+    // Their paths are relative to this parameter's path.
+    const kapDeclRow* rows = nullptr;
+    std::uint32_t row_count = 0;
+    std::string_view onread = {};    // name of a registered read callback
+    std::string_view onmirror = {};  // name of a registered mirror callback
+    kapMemberFn func = nullptr;      // the function of a member-function parameter
+    int access = -1;                 // kapParameterVectorAccessType; vectors default to 1
 };
+
+// A callback name written as kapDeclAutoName stands for "<prefix>_<kind>_<Path_with_underscores>"
+// of the declared parameter ("onmodify_toolpath_ToolAxis_Limits_MinElevation").
+inline constexpr std::string_view kapDeclAutoName = "@";
 
 // The largest finite double, the upper bound of open-ended lengths.
 inline constexpr double kapDeclMaxDouble = 1.7976931348623157e308;
