@@ -6,16 +6,12 @@
 // benchmark (31 runs each), so the ratio does not depend on how the machine drifts between
 // benchmarks. Above 1 means we are faster.
 //
-// The workload is read at run time from $KAPPAR_BENCH_PATHS or from
-// <source>/../shared/bench/paths.txt (tab-separated: key, value, kind); without it the
-// benchmarks are skipped.
+// The pairs are the shared workload's (bench_support.h), read before the suite starts.
 
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
 #include <chrono>
-#include <cstdlib>
-#include <fstream>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -32,8 +28,6 @@
 namespace {
 
 struct Workload {
-    bool loaded = false;
-    std::string source;
     kapFileDocument doc;
     std::string text;  // our canonical text of doc
 #if KAPPAR_HAVE_BOOST
@@ -45,19 +39,11 @@ struct Workload {
 const Workload& workload() {
     static const Workload w = [] {
         Workload r;
-        const char* env = std::getenv("KAPPAR_BENCH_PATHS");
-        r.source = env && *env ? env : KAPPAR_SOURCE_DIR "/../shared/bench/paths.txt";
-        std::ifstream in(r.source);
-        if (!in) return r;
         r.doc.kind = "toolpath";
         r.doc.version = 29;
         r.doc.name = "Raster 1";
-        std::string line;
-        while (std::getline(in, line)) {
-            const auto t1 = line.find('\t');
-            if (t1 == std::string::npos) continue;
-            const auto t2 = line.find('\t', t1 + 1);
-            r.doc.pairs.push_back({line.substr(0, t1), line.substr(t1 + 1, t2 - t1 - 1), 0, 0});
+        for (const BenchParam& p : bench_params()) {
+            r.doc.pairs.push_back({p.key, p.value, 0, 0});
         }
         r.text = kap_write_entity_text(r.doc);
 #if KAPPAR_HAVE_BOOST
@@ -68,18 +54,9 @@ const Workload& workload() {
         boost::property_tree::write_json(os, r.tree);
         r.json = os.str();
 #endif
-        r.loaded = !r.doc.pairs.empty();
         return r;
     }();
     return w;
-}
-
-bool skip_without_workload(benchmark::State& state) {
-    if (workload().loaded) return false;
-    state.SkipWithError(
-        ("no workload at " + workload().source + " (set KAPPAR_BENCH_PATHS to the paths.txt file)")
-            .c_str());
-    return true;
 }
 
 template <class F>
@@ -187,7 +164,6 @@ void report_ratio(benchmark::State& state) {
 }
 
 void BM_EntityFile_Read(benchmark::State& state) {
-    if (skip_without_workload(state)) return;
     for (auto _ : state)
         read_ours();
     state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * workload().text.size()));
@@ -198,7 +174,6 @@ void BM_EntityFile_Read(benchmark::State& state) {
 }
 
 void BM_EntityFile_Write(benchmark::State& state) {
-    if (skip_without_workload(state)) return;
     for (auto _ : state)
         write_ours();
     state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * workload().text.size()));
@@ -208,7 +183,6 @@ void BM_EntityFile_Write(benchmark::State& state) {
 }
 
 void BM_EntityFile_ReadAndLoad(benchmark::State& state) {
-    if (skip_without_workload(state)) return;
     for (auto _ : state)
         read_and_load_ours();
     kapFileError err;
@@ -224,7 +198,6 @@ void BM_EntityFile_ReadAndLoad(benchmark::State& state) {
 }
 
 void BM_EntityFile_Save(benchmark::State& state) {
-    if (skip_without_workload(state)) return;
     for (auto _ : state)
         save_ours();
 #if KAPPAR_HAVE_BOOST
@@ -234,14 +207,12 @@ void BM_EntityFile_Save(benchmark::State& state) {
 
 #if KAPPAR_HAVE_BOOST
 void BM_EntityFile_PtreeReadJson(benchmark::State& state) {
-    if (skip_without_workload(state)) return;
     for (auto _ : state)
         read_ptree();
     state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * workload().json.size()));
 }
 
 void BM_EntityFile_PtreeWriteJson(benchmark::State& state) {
-    if (skip_without_workload(state)) return;
     for (auto _ : state)
         write_ptree();
     state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * workload().json.size()));

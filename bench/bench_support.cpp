@@ -41,23 +41,76 @@ std::size_t bench_live_bytes() noexcept {
     return g_live.load(std::memory_order_relaxed);
 }
 
-const std::vector<BenchParam>& bench_params() {
-    static const std::vector<BenchParam> params = [] {
-        std::vector<BenchParam> out;
-        const char* env = std::getenv("KAPPAR_BENCH_PATHS");
-        std::ifstream in(env ? env : KAPPAR_SOURCE_DIR "/../shared/bench/paths.txt");
+namespace {
+
+struct Workload {
+    bool tried = false;
+    bool ok = false;
+    std::string message;
+    std::vector<BenchParam> params;
+};
+
+Workload& workload() {
+    static Workload w;
+    return w;
+}
+
+}  // namespace
+
+std::string bench_workload_path() {
+    const char* env = std::getenv("KAPPAR_BENCH_WORKLOAD");
+    return env != nullptr && *env != '\0' ? env : KAPPAR_BENCH_CONFIGURED_WORKLOAD;
+}
+
+bool bench_load_workload(std::string& message) {
+    Workload& w = workload();
+    if (!w.tried) {
+        w.tried = true;
+        const std::string path = bench_workload_path();
+        const char* env = std::getenv("KAPPAR_BENCH_WORKLOAD");
+        const std::string where =
+            env != nullptr && *env != '\0'
+                ? "$KAPPAR_BENCH_WORKLOAD names " + path
+                : "$KAPPAR_BENCH_WORKLOAD is not set; the path configured in the build is " + path;
+        const std::string remedy =
+            "set KAPPAR_BENCH_WORKLOAD to the workload file (shared/bench/paths.txt), or "
+            "configure the build with the shared directory beside the source tree";
+        std::ifstream in(path);
+        if (!in) {
+            w.message = "no benchmark workload: cannot read it (" + where + ");\n  " + remedy;
+            message = w.message;
+            return false;
+        }
         std::string line;
+        std::size_t number = 0;
         while (std::getline(in, line)) {
+            ++number;
+            if (line.empty()) continue;
             std::istringstream fields(line);
             BenchParam p;
-            if (std::getline(fields, p.key, '\t') && std::getline(fields, p.value, '\t') &&
-                std::getline(fields, p.kind, '\t')) {
-                out.push_back(std::move(p));
+            if (!std::getline(fields, p.key, '\t') || !std::getline(fields, p.value, '\t') ||
+                !std::getline(fields, p.kind, '\t') || p.key.empty() || p.kind.empty()) {
+                w.message = "benchmark workload " + path + ", line " + std::to_string(number) +
+                            ": expected key, value and kind separated by tabs";
+                w.params.clear();
+                message = w.message;
+                return false;
             }
+            w.params.push_back(std::move(p));
         }
-        return out;
-    }();
-    return params;
+        if (w.params.empty()) {
+            w.message = "benchmark workload holds no parameter (" + where + ");\n  " + remedy;
+            message = w.message;
+            return false;
+        }
+        w.ok = true;
+    }
+    message = w.message;
+    return w.ok;
+}
+
+const std::vector<BenchParam>& bench_params() {
+    return workload().params;
 }
 
 const BenchSchema& bench_schema(bool with_active) {

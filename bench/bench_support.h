@@ -16,7 +16,17 @@ struct BenchParam {
     std::string kind;  // double enum bool int vec3 string ref
 };
 
-// The workload file: $KAPPAR_BENCH_PATHS, else ../shared/bench/paths.txt beside the sources.
+// The workload file: $KAPPAR_BENCH_WORKLOAD when set, else the file named when the suite was
+// configured (../shared/bench/paths.txt beside the source tree, unless the cache variable
+// KAPPAR_BENCH_WORKLOAD names another).
+std::string bench_workload_path();
+
+// Reads the workload once. False, with a message naming the file and the variable to set, when
+// the file is missing, unreadable, holds a malformed line or no parameter at all; the suite then
+// refuses to run.
+bool bench_load_workload(std::string& message);
+
+// The workload's parameters, in file order (loaded by bench_load_workload before any benchmark).
 const std::vector<BenchParam>& bench_params();
 
 // Declaration rows for the workload (maps first, then leaves, in declaration order), with

@@ -107,7 +107,7 @@ constexpr ArgText arg_text(std::string_view name) {
 constexpr kapDeclRow kEventRows[] = {
 #define KAP_EVENT(Name, Arguments) \
     {.path = #Name, .legacy = {}, .label = #Name "Event", .kind = kapDeclKind::map},
-#include "kapEvents.def"
+#include "kappar/kapEvents.def"
 };
 
 // The arguments of every event, event after event; each event's rows are declared under its map.
@@ -119,14 +119,14 @@ constexpr kapDeclRow kArgumentRows[] = {
      .label = arg_text(#Name).label, \
      .kind = KAP_EVENT_KIND_##Type,  \
      .desc = arg_text(#Name).desc},
-#include "kapEvents.def"
+#include "kappar/kapEvents.def"
 };
 
 // How many of kArgumentRows belong to each event.
 constexpr std::size_t kArgumentCounts[] = {
 #define KAP_EVENT(Name, Arguments) 0 Arguments,
 #define ARG(Name, Type) +1
-#include "kapEvents.def"
+#include "kappar/kapEvents.def"
 };
 
 static_assert(std::size(kEventRows) == kapEventParBroadcaster::kEventCount);
@@ -228,4 +228,4 @@ void kapEventParBroadcaster::set_relay(kapEventRelay relay) {
         KAP_EVENT_SEQ_END(KAP_EVENT_WRITE_A Arguments)               \
         deliver(event);                                              \
     }
-#include "kapEvents.def"
+#include "kappar/kapEvents.def"

@@ -90,14 +90,15 @@ class kapEntityRoot : public Base {
 };
 
 // Updaters: a class lists its steps with a static `fill(kapParameterSimpleUpdatercoSList&)`.
-// The list is built on first use by update or create_updater_list and kept for the process.
+// The list is built on first use by update or create_updater_list and kept for the process:
+// later calls find it built and leave it alone, so a pointer to it stays valid.
 template <class Derived>
 class kapEntityUpdater : public kapParameterUpdater {
   public:
     static void create_updater_list() {
+        if (list_ptr() != nullptr) return;
         auto* list = new kapParameterSimpleUpdatercoSList();
         Derived::fill(*list);
-        delete list_ptr();
         list_ptr() = list;
     }
     void update(int version, kapParameterRoot& root, const utStringcoSList& list) override {

@@ -7,8 +7,8 @@
 // of the event's map, writes the arguments into it and hands it to the host's relay, in the
 // caller's thread, before returning.
 //
-// Both are generated from the one table of events, events/kapEvents.def, so a function and its
-// branch cannot disagree on names, types or order.
+// Both are generated from the one table of events, kappar/kapEvents.def (installed beside this
+// header), so a function and its branch cannot disagree on names, types or order.
 
 #include <cstddef>
 #include <span>
@@ -21,7 +21,7 @@
 //
 // With `#define ARG(Name, Type) (Name, Type)` an event's arguments read as a sequence,
 // "(Path, string)(ReadOnly, bool)". KAP_EVENT_PARAMS(seq) turns one into a parameter list,
-// "const utString& Path, bool ReadOnly" (nothing for an empty sequence). A reader that needs
+// "const utString& Path, const bool& ReadOnly" (nothing for an empty sequence). A reader that needs
 // something else per argument writes a pair of step macros that call each other and closes the
 // walk with KAP_EVENT_SEQ_END:
 //
@@ -34,11 +34,11 @@
 // (the walk leaves the name of the next step behind; KAP_EVENT_SEQ_END turns it into its _END
 // macro, which expands to nothing).
 
-// The C++ type of an argument of each table type.
+// The C++ type of an argument of each table type: every argument is taken by const reference.
 #define KAP_EVENT_TYPE_string const utString&
-#define KAP_EVENT_TYPE_bool bool
-#define KAP_EVENT_TYPE_int int
-#define KAP_EVENT_TYPE_real double
+#define KAP_EVENT_TYPE_bool const bool&
+#define KAP_EVENT_TYPE_int const int&
+#define KAP_EVENT_TYPE_real const double&
 
 #define KAP_EVENT_SEQ_END(...) KAP_EVENT_SEQ_END_I(__VA_ARGS__)
 #define KAP_EVENT_SEQ_END_I(...) __VA_ARGS__##_END
@@ -100,12 +100,12 @@ class KAPPAR_API kapEventParBroadcaster {
     // event is called again, nested.
 #define ARG(Name, Type) (Name, Type)
 #define KAP_EVENT(Name, Arguments) static void Name(KAP_EVENT_PARAMS(Arguments));
-#include "../../events/kapEvents.def"
+#include "kappar/kapEvents.def"
 
     // Number of events in the table.
     static constexpr std::size_t kEventCount = 0
 #define KAP_EVENT(Name, Arguments) +1
-#include "../../events/kapEvents.def"
+#include "kappar/kapEvents.def"
         ;
 };
 

@@ -56,10 +56,15 @@ constexpr ArgType type_of() {
     return ArgType::real;
 }
 
-// Calls `fn` with the values of `run`, after checking that its parameters are the table's.
+template <class A>
+constexpr bool is_const_ref = std::is_same_v<A, const std::remove_cvref_t<A>&>;
+
+// Calls `fn` with the values of `run`, after checking that its parameters are the table's, every
+// one taken by const reference.
 template <class... A, std::size_t... I>
 void call(void (*fn)(A...), const std::vector<ArgRow>& args, [[maybe_unused]] int run,
           std::index_sequence<I...>) {
+    static_assert((is_const_ref<A> && ...), "an event argument is not taken by const reference");
     ASSERT_EQ(args.size(), sizeof...(A));
     const std::array<ArgType, sizeof...(A)> types = {type_of<std::decay_t<A>>()...};
     for (std::size_t i = 0; i < types.size(); ++i) {
@@ -79,12 +84,12 @@ void call(void (*fn)(A...), const std::vector<ArgRow>& args, int run) {
 
 const std::vector<EventRow>& events() {
     static const std::vector<EventRow> table = {
-#define KAP_EVENT(Name, Arguments)                                       \
+#define KAP_EVENT(Name, Arguments)                                      \
     {#Name, {Arguments}, [](const std::vector<ArgRow>& args, int run) { \
-         call(&kapEventParBroadcaster::Name, args, run);                 \
+         call(&kapEventParBroadcaster::Name, args, run);                \
      }},
 #define ARG(Name, Type) ArgRow{#Name, KAP_TEST_TYPE_##Type},
-#include "../../events/kapEvents.def"
+#include "kappar/kapEvents.def"
     };
     return table;
 }

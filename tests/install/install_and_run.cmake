@@ -23,7 +23,7 @@ run("configure consumer" ${CMAKE_COMMAND}
     -DCMAKE_FIND_USE_PACKAGE_REGISTRY=OFF
     -DKAPPAR_EXPECTED_PREFIX=${PREFIX})
 
-run("build consumer" ${CMAKE_COMMAND} --build ${CONSUMER_BINARY_DIR})
+run("build consumer" ${CMAKE_COMMAND} --build ${CONSUMER_BINARY_DIR} --parallel 2)
 
 run("run consumer" ${CMAKE_COMMAND} -E env "LD_LIBRARY_PATH=${PREFIX}/${LIBDIR}"
     ${CONSUMER_BINARY_DIR}/kappar_consumer)
