@@ -272,5 +272,5 @@ int main(int argc, char** argv) {
     for (int i = 1; i < argc; ++i) {
         args.emplace_back(argv[i]);
     }
-    return kcli::run(args);
+    return kcli::finish_output(kcli::run(args));
 }
