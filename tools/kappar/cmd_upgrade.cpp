@@ -72,10 +72,9 @@ int run_upgrade(const ParsedArgs& args) {
             const std::string name = fs::path(path).filename().string();
             const auto [it, inserted] = names.emplace(name, &path);
             if (!inserted) {
-                return usage_error("upgrade", "'" + printable(*it->second) + "' and '" +
-                                                  printable(path) + "' would both be written to '" +
-                                                  printable((fs::path(*output) / name).string()) +
-                                                  "'");
+                return usage_error("upgrade", "'" + *it->second + "' and '" + path +
+                                                  "' would both be written to '" +
+                                                  (fs::path(*output) / name).string() + "'");
             }
         }
     }
