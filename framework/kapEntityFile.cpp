@@ -1,6 +1,7 @@
 #include "kappar/kapEntityFile.h"
 
 #include <string>
+#include <unordered_map>
 #include <unordered_set>
 
 #include "kappar/kapEntity.h"
@@ -75,9 +76,9 @@ class kapUnrecognisedScope {
 bool check_header(const kapFileDocument& doc, std::string_view kind, int current,
                   kapFileError& err) {
     if (doc.kind != kind) {
-        err =
-            error_at(doc.kind_line, doc.kind_column,
-                     "entity kind '" + doc.kind + "' where '" + utString(kind) + "' was expected");
+        err = error_at(doc.kind_line, doc.kind_column,
+                       "entity kind '" + kap_message_text(doc.kind) + "' where '" +
+                           kap_message_text(kind) + "' was expected");
         return false;
     }
     if (doc.version > current) {
@@ -98,16 +99,52 @@ bool load_pairs(kapParameterRoot& root, const kapFileDocument& doc, int current,
     root.set_version(doc.version);
     std::unique_ptr<kapParameterLoader> loader(root.create_loader(kapPtrClaim{}, doc.version));
     if (!loader) {
-        err = error_at(0, 0,
-                       "the " + root.get_root_type() + " '" + root.get_root_name() +
-                           "' is locked and cannot be loaded");
+        err =
+            error_at(0, 0,
+                     "the " + root.get_root_type() + " '" + kap_message_text(root.get_root_name()) +
+                         "' is locked and cannot be loaded");
         return false;
     }
+    // What became of each pair: the loader's answer, or kDuplicate for a pair whose parameter
+    // an earlier pair already set (the first value is kept; the second is reported).
+    constexpr int kDuplicate = 2;
     std::vector<int> results;
+    std::vector<std::size_t> first_of;  // for duplicates: the index of the pair that set it
     results.reserve(doc.pairs.size());
+    std::unordered_map<const kapParameter*, std::size_t> set_by;
+    set_by.reserve(doc.pairs.size());
     kapParameterKey key;
-    for (const kapFilePair& pair : doc.pairs) {
-        results.push_back(loader->load_par(key.set_path(pair.key), pair.value));
+    for (std::size_t i = 0; i < doc.pairs.size(); ++i) {
+        const kapFilePair& pair = doc.pairs[i];
+        key.set_path(pair.key);
+        // The parameter the key names, as the loader will find it (names and legacy keys match
+        // in any letter case, so "tolerance" names the parameter "Tolerance" names).
+        const utString resolved = root.lookup_key_synonym(key.str());
+        const kapParameter* target = root.find_node(resolved);
+        if (target != nullptr) {
+            if (auto it = set_by.find(target); it != set_by.end()) {
+                results.push_back(kDuplicate);
+                first_of.push_back(it->second);
+                continue;
+            }
+        }
+        const int result = loader->load_par(key, pair.value);
+        results.push_back(result);
+        first_of.push_back(0);
+        if (result != 1) continue;
+        // An entity's loader may rewrite the key ("stockmodel" to "stockmodel.id"): the
+        // parameter set is the one its stored key names.
+        const utString& stored = loader->loaded_keys().last();
+        if (stored != resolved) target = root.find_node(stored);
+        if (target == nullptr) continue;
+        const auto [it, inserted] = set_by.emplace(target, i);
+        if (!inserted) {
+            // Found only once loaded: load the first value again so that it is the one kept.
+            const kapFilePair& first = doc.pairs[it->second];
+            loader->load_par(key.set_path(first.key), first.value);
+            results.back() = kDuplicate;
+            first_of.back() = it->second;
+        }
     }
     loader->finalise_loading();
     if (kapParameterUpdater* updater = root.get_updater()) {
@@ -124,6 +161,11 @@ bool load_pairs(kapParameterRoot& root, const kapFileDocument& doc, int current,
     report.version = root.version();
     for (std::size_t i = 0; i < doc.pairs.size(); ++i) {
         const kapFilePair& pair = doc.pairs[i];
+        if (results[i] == kDuplicate) {
+            report.duplicates.push_back(kapEntityDuplicate{doc.pairs[first_of[i]], pair});
+            report.unrecognised.push_back(pair);
+            continue;
+        }
         if (results[i] == 1) {
             ++report.loaded;
             continue;
@@ -146,13 +188,15 @@ std::unique_ptr<kapParameterRoot> kap_load_entity(const kapFileDocument& doc,
                                                   kapEntityLoadReport& report, kapFileError& err) {
     const kapEntityKindInfo* info = kapEntityKinds::find(doc.kind);
     if (info == nullptr) {
-        err = error_at(doc.kind_line, doc.kind_column, "unknown entity kind '" + doc.kind + "'");
+        err = error_at(doc.kind_line, doc.kind_column,
+                       "unknown entity kind '" + kap_message_text(doc.kind) + "'");
         return nullptr;
     }
     if (!check_header(doc, info->kind, info->version, err)) return nullptr;
     std::unique_ptr<kapParameterRoot> root = kapEntityKinds::create(doc.kind, doc.name);
     if (!root) {
-        err = error_at(doc.kind_line, doc.kind_column, "cannot create a '" + doc.kind + "'");
+        err = error_at(doc.kind_line, doc.kind_column,
+                       "cannot create a '" + kap_message_text(doc.kind) + "'");
         return nullptr;
     }
     if (!load_pairs(*root, doc, info->version, report, err)) return nullptr;
@@ -169,9 +213,10 @@ bool kap_load_entity_into(kapParameterRoot& root, const kapFileDocument& doc,
     // without the cost of loading into a copy.
     if (!check_header(doc, root.get_root_type(), current, err)) return false;
     if (root.is_locked()) {
-        err = error_at(0, 0,
-                       "the " + root.get_root_type() + " '" + root.get_root_name() +
-                           "' is locked and cannot be loaded");
+        err =
+            error_at(0, 0,
+                     "the " + root.get_root_type() + " '" + kap_message_text(root.get_root_name()) +
+                         "' is locked and cannot be loaded");
         return false;
     }
     if (!load_pairs(root, doc, current, report, err)) return false;

@@ -25,8 +25,10 @@ namespace {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const std::string_view text(reinterpret_cast<const char*>(data), size);
     kapFileLimits limits;
-    limits.max_line_bytes = 1 << 16;
-    limits.max_pairs = 1 << 12;
+    // Every limit within reach of inputs up to fuzz.sh's -max_len (33,000 bytes).
+    limits.max_file_bytes = std::size_t{1} << 15;
+    limits.max_line_bytes = std::size_t{1} << 12;
+    limits.max_pairs = std::size_t{1} << 8;
     kapFileDocument doc;
     kapFileError err;
     if (!kap_read_entity_text(text, doc, err, limits)) return 0;

@@ -49,8 +49,10 @@ bool valid_utf8(std::string_view s) {
 
 void reader_round_trip(std::string_view text) {
     kapFileLimits limits;
-    limits.max_line_bytes = 1 << 16;  // small enough to hit in a fuzzing run
-    limits.max_pairs = 1 << 12;
+    // Every limit within reach of inputs up to fuzz.sh's -max_len (33,000 bytes).
+    limits.max_file_bytes = std::size_t{1} << 15;
+    limits.max_line_bytes = std::size_t{1} << 12;
+    limits.max_pairs = std::size_t{1} << 8;
     kapFileDocument doc;
     kapFileError err;
     if (!kap_read_entity_text(text, doc, err, limits)) {

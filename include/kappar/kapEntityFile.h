@@ -21,6 +21,13 @@
 #include "kapparameter/kapParameter.h"
 #include "kapparameter/kapParameterFile.h"
 
+// Two pairs of one file that set the same parameter: keys that differ only in letter case
+// ("Tolerance", then "tolerance"), or a legacy key and the current name it stands for.
+struct kapEntityDuplicate {
+    kapFilePair first;   // loaded
+    kapFilePair second;  // not loaded; kept among the unrecognised pairs
+};
+
 // What loading a document did with its pairs.
 struct kapEntityLoadReport {
     utString kind;
@@ -33,6 +40,9 @@ struct kapEntityLoadReport {
     std::vector<kapFilePair> refused;
     // Pairs the entity's loader dropped on purpose.
     std::vector<kapFilePair> dropped;
+    // Pairs that set a parameter an earlier pair already set, in file order; each second pair
+    // is also in `unrecognised`, so that saving writes it back.
+    std::vector<kapEntityDuplicate> duplicates;
 };
 
 // Creates the entity that `doc` describes, loads its pairs and brings it to the current version.

@@ -319,6 +319,56 @@ TEST(BoundaryFile, LegacyKeysAndSynonymsFindTheirParameters) {
     EXPECT_EQ((*b)["ThicknessSetValues[16].Mode"]->get_string(), "ignore");
 }
 
+// Two pairs that set one parameter: the first value is loaded, the second is reported with both
+// positions and kept as unrecognised, so saving writes it back and loading that changes nothing.
+struct DuplicateCase {
+    const char* name;
+    const char* first;   // a pair line
+    const char* second;  // a pair line setting the same parameter
+    const char* path;
+    const char* kept;  // the value the parameter holds
+};
+
+class DuplicateKeys : public ::testing::TestWithParam<DuplicateCase> {};
+
+TEST_P(DuplicateKeys, FirstIsLoadedSecondIsReportedAndKept) {
+    const DuplicateCase& c = GetParam();
+    const std::string text =
+        std::string("kappar-entity 1\nkind \"boundary\"\nversion 3\nname \"B\"\n\n") + c.first +
+        "\nType = \"rest\"\n" + c.second + "\n";
+    kapFileDocument doc;
+    kapFileError err;
+    ASSERT_TRUE(kap_read_entity_text(text, doc, err)) << err.message;
+    kapEntityLoadReport report;
+    auto b = kap_load_entity(doc, report, err);
+    ASSERT_NE(b, nullptr) << err.message;
+    EXPECT_EQ((*b)[c.path]->get_value_text(), c.kept);
+    ASSERT_EQ(report.duplicates.size(), 1u);
+    EXPECT_EQ(report.duplicates[0].first.line, 6);
+    EXPECT_EQ(report.duplicates[0].second.line, 8);
+    EXPECT_EQ(report.duplicates[0].second.key, doc.pairs[2].key);
+    ASSERT_EQ(report.unrecognised.size(), 1u);
+    EXPECT_EQ(report.unrecognised[0].key, doc.pairs[2].key);
+    EXPECT_EQ(report.loaded, 2);
+
+    const kapFileDocument saved = kap_entity_document(*b, report.unrecognised);
+    EXPECT_EQ(saved.pairs.back().key, doc.pairs[2].key);
+    EXPECT_EQ(saved.pairs.back().value, doc.pairs[2].value);
+    kapEntityLoadReport again;
+    auto b2 = kap_load_entity(saved, again, err);
+    ASSERT_NE(b2, nullptr) << err.message;
+    EXPECT_TRUE(kap_same_entity_content(kap_entity_document(*b2, again.unrecognised), saved));
+}
+
+// clang-format off
+INSTANTIATE_TEST_SUITE_P(Cases, DuplicateKeys, ::testing::Values(
+    DuplicateCase{"LetterCase", "Thickness = \"0.25\"", "thickness = \"0.5\"", "Thickness", "0.25"},
+    DuplicateCase{"LegacyPath", "Block.Limits.XMin = \"1\"", "block.limits.xmin = \"2\"", "Block.Limits.XMin", "1"},
+    DuplicateCase{"Synonym", "StockModelState.StockModel = \"41\"", "stockmodel.id = \"42\"", "StockModelState.StockModel", "41"},
+    DuplicateCase{"LoaderRename", "StockModelState.StockModel = \"41\"", "stockmodel = \"43\"", "StockModelState.StockModel", "41"}),
+    [](const auto& p) { return std::string(p.param.name); });
+// clang-format on
+
 // ---------------------------------------------------------------------------------------------
 // Bad input: a message with a position, and the target entity left as it was.
 

@@ -100,6 +100,7 @@ const BadCase kBadCases[] = {
     {"missing_value", H + "Type =\n", 5, 7, "expected a quoted value after '=' (values are written \"...\")"},
     {"unquoted_value", H + "Type = contact\n", 5, 8, "expected a quoted value after '=' (values are written \"...\")"},
     {"junk_after_value", H + "Type = \"x\" y\n", 5, 12, "unexpected 'y' after the value"},
+    {"c1_after_value", H + "Type = \"x\" \xC2\x9B[2J\n", 5, 12, "unexpected U+009B after the value"},
     {"second_value", H + "Type = \"x\"\"y\"\n", 5, 11, "unexpected '\"' after the value"},
     {"duplicate_key", H + "Type = \"a\"\nX = \"b\"\nType = \"c\"\n", 7, 1, "duplicate key 'Type' (first at line 5)"},
     {"duplicate_key_indented", H + "  A.b = \"a\"\n\n  A.b = \"a\"\n", 7, 3, "duplicate key 'A.b' (first at line 5)"},

@@ -98,6 +98,22 @@ INSTANTIATE_TEST_SUITE_P(Table, Quote, testing::Values(
     QuoteCase{"\xED\xA0\x80", "\"\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD\""}));
 // clang-format on
 
+// Text echoed in messages: nothing reaches a terminal raw but whole, valid characters.
+class MessageText : public testing::TestWithParam<QuoteCase> {};
+
+TEST_P(MessageText, EscapesControlsAndStrayBytes) {
+    EXPECT_EQ(kap_message_text(GetParam().raw), GetParam().quoted);
+}
+
+// clang-format off
+INSTANTIATE_TEST_SUITE_P(Table, MessageText, testing::Values(
+    QuoteCase{"plain 'text' \"q\"", "plain 'text' \"q\""},
+    QuoteCase{"\x1b[31mred\x07\0"s, R"(\x1b[31mred\x07\x00)"},
+    QuoteCase{"a\\x1b", R"(a\\x1b)"},                           // a backslash cannot pose as an escape
+    QuoteCase{"\xC3\xA9\xE2\x82\xAC \xC2\x9B", "\xC3\xA9\xE2\x82\xAC \\xc2\\x9b"},  // C1 control escaped
+    QuoteCase{"\xC3x\xff\x7f", R"(\xc3x\xff\x7f)"}));
+// clang-format on
+
 TEST(Writer, AppendQuotedAppends) {
     std::string out = "x = ";
     kap_append_quoted(out, "a\"");

@@ -38,6 +38,10 @@ const std::string kBroken = "examples/broken.kap";
 const std::string kMissing = "examples/no_such_file.kap";
 const std::string kNewer = "tests/tool/data/newer_version.kap";
 const std::string kUnknownKind = "tests/tool/data/unknown_kind.kap";
+const std::string kCycles = "tests/tool/data/cycles.kap";
+const std::string kDivision = "tests/tool/data/division.kap";
+const std::string kDuplicates = "tests/tool/data/duplicates.kap";
+const std::string kControlKind = "tests/tool/data/control_kind.kap";
 
 // clang-format off
 const GoldenCase kCases[] = {
@@ -82,6 +86,8 @@ const GoldenCase kCases[] = {
     {"show_missing",         {"show", kMissing}, 3},
     {"show_newer_version",   {"show", kNewer}, 3},
     {"show_unknown_kind",    {"show", kUnknownKind}, 3},
+    {"show_control_kind",    {"show", kControlKind}, 3},
+    {"show_duplicates",      {"show", kDuplicates}, 0},
 
     // eval.
     {"eval_diameter",        {"eval", kBoundary, "Block.Diameter"}, 0},
@@ -92,11 +98,18 @@ const GoldenCase kCases[] = {
     {"eval_unknown_name",    {"eval", kLevel, "Type == 'set' AND Height > 2"}, 1},
     {"eval_syntax_error",    {"eval", kLevel, "1 +* 2"}, 1},
     {"eval_broken",          {"eval", kBroken, "Type"}, 3},
+    {"eval_cycle",           {"eval", kCycles, "Tolerance"}, 1},
+    {"eval_self_cycle",      {"eval", kCycles, "ThresholdThickness"}, 1},
+    {"eval_division_value",  {"eval", kDivision, "Tolerance"}, 1},
+    {"eval_division",        {"eval", kLevel, "2 + 1/0"}, 1},
+    {"eval_unexpected_utf8", {"eval", kLevel, "Type == \xC3\xA9"}, 1},
 
     // check.
     {"check_clean",          {"check", kWorkplane, kLevel, kStock}, 0},
     {"check_problems",       {"check", kProblems}, 1},
     {"check_unrecognised",   {"check", kModel}, 1},
+    {"check_cycles",         {"check", kCycles, kDivision}, 1},
+    {"check_duplicates",     {"check", kDuplicates}, 1},
     {"check_all",            {"check", kBoundary, kBroken, kLevel, kMissing, kModel, kProblems, kStock, kWorkplane}, 3},
 
     // upgrade to standard output.
@@ -104,6 +117,7 @@ const GoldenCase kCases[] = {
     {"upgrade_workplane",    {"upgrade", kWorkplane}, 0, "kap"},
     {"upgrade_model",        {"upgrade", kModel}, 0, "kap"},
     {"upgrade_broken",       {"upgrade", kBroken}, 3, "kap"},
+    {"upgrade_duplicates",   {"upgrade", kDuplicates}, 0, "kap"},
 };
 // clang-format on
 

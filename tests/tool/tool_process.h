@@ -60,12 +60,10 @@ class TempDir {
     std::filesystem::path path_;
 };
 
-// Runs `kappar args...` in the source folder with standard input empty.
-inline ToolRun run_tool(const std::vector<std::string>& args) {
-    ToolRun run;
-    TempDir dir;
-    const std::string out_path = dir / "stdout";
-    const std::string err_path = dir / "stderr";
+// Starts `kappar args...` in the source folder with standard input empty and standard output and
+// error sent to the files named; answers the process id, or -1.
+inline pid_t spawn_tool(const std::vector<std::string>& args, const std::string& out_path,
+                        const std::string& err_path) {
     std::vector<std::string> argv_text{KAPPAR_TOOL_PATH};
     argv_text.insert(argv_text.end(), args.begin(), args.end());
     std::vector<char*> argv;
@@ -85,11 +83,25 @@ inline ToolRun run_tool(const std::vector<std::string>& args) {
         ::execv(argv[0], argv.data());
         ::_exit(127);
     }
-    if (pid < 0) return run;
+    return pid;
+}
+
+// The exit status of a process started by spawn_tool; -1 when it did not exit normally.
+inline int wait_tool(pid_t pid) {
     int status = 0;
-    ::waitpid(pid, &status, 0);
-    run.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    run.out = read_file(out_path);
+    if (pid < 0 || ::waitpid(pid, &status, 0) != pid) return -1;
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+// Runs `kappar args...` in the source folder with standard input empty. Standard output goes to
+// `out_path` when one is given (then `out` stays empty).
+inline ToolRun run_tool(const std::vector<std::string>& args, const std::string& out_path = {}) {
+    ToolRun run;
+    TempDir dir;
+    const std::string captured = dir / "stdout";
+    const std::string err_path = dir / "stderr";
+    run.status = wait_tool(spawn_tool(args, out_path.empty() ? captured : out_path, err_path));
+    if (out_path.empty()) run.out = read_file(captured);
     run.err = read_file(err_path);
     return run;
 }

@@ -34,6 +34,34 @@ enum Exit : int {
 
 void out(std::string_view text);
 void err(std::string_view text);
+// Flushes standard output; on any failure to write it, since the start, reports it on standard
+// error and answers kExitUnwritable, else `status`.
+int finish_output(int status);
+// Text from a file or the command line, safe to print in a message (control characters and bytes
+// that are not UTF-8 as "\x1b").
+std::string printable(std::string_view text);
+
+// ---------------------------------------------------------------------------------------------
+// Replacing files
+
+// The file an output replaces: a symbolic link is resolved (the link stays a link and the file
+// it leads to is replaced), and the mode and owner of an existing file are kept.
+struct OutputFile {
+    std::string file;
+    bool exists = false;
+    unsigned mode = 0;
+    unsigned uid = 0;
+    unsigned gid = 0;
+};
+
+// Settles which file writing `path` replaces. False, with the reason in `error`, for what must
+// not be replaced: a file that is not a regular file (a folder, a device, a FIFO), a read-only
+// file, a file with several hard links, a link that leads nowhere.
+bool resolve_output(const std::string& path, OutputFile& target, std::string& error);
+// Replaces the file with `text` through a temporary file of its own in the same folder (created
+// exclusively, synced, renamed over it), so the file holds the old text or the new, whole,
+// whatever happens. False, with the reason in `error`, when it could not.
+bool write_output(const OutputFile& target, std::string_view text, std::string& error);
 
 // ---------------------------------------------------------------------------------------------
 // Arguments
@@ -99,6 +127,19 @@ struct LoadedEntity {
 // standard error when null) and answers null.
 std::unique_ptr<LoadedEntity> load_entity(const std::string& path, std::string* messages = nullptr);
 
+// The duplicate whose second pair is `pair`, or null.
+const kapEntityDuplicate* duplicate_of(const kapEntityLoadReport& report, const kapFilePair& pair);
+
+// What loading did with the pairs it did not store, one (line, column, message) per note, in the
+// order of the file: unrecognised keys, refused values, duplicates (at both pairs), dropped keys.
+// `for_check` gives the wording of `check` (which does not list dropped keys).
+struct PairNote {
+    int line = 0;
+    int column = 0;
+    std::string message;
+};
+std::vector<PairNote> pair_notes(const kapEntityLoadReport& report, bool for_check);
+
 // "file:line:column: message", or "file: message" at line 0, with a line ending.
 std::string diagnostic(std::string_view file, int line, int column, std::string_view message);
 
@@ -126,6 +167,22 @@ std::string number_text(double v);
 // The message of a failed evaluation without its trailing " (at N)", with N + 1 (the character
 // of the expression where the fault lies, counted from 1) in `column`, or 0 when there is none.
 std::string evaluation_message(const kapParameterPtr& result, int& column);
+// An expression evaluated as `eval` shows it and `check` judges it.
+struct Evaluation {
+    kapParameterPtr value;  // the answer; a parameter of the tree for a bare name
+    bool failed = false;
+    int column = 0;       // of the fault in the expression's text, in characters from 1; 0 for none
+    std::string message;  // printable
+};
+// Evaluates `text` in `scope`. A bare name answers the parameter it names; when that
+// parameter's value is itself an expression, it is followed (as reading the name in arithmetic
+// would), so a chain of names that ends where it started is the cycle it is, and an expression
+// that fails makes the names that lead to it fail too. `owner` is the parameter whose value
+// `text` is, or null.
+Evaluation evaluate_expression(const kapParameter* scope, const utString& text,
+                               const kapParameter* owner = nullptr);
+// The scope an expression owned by `p` is evaluated in: its parent map, or `p` itself.
+const kapParameter* scope_of(const kapParameter& p);
 // A text between double quotes, escaped as the saved-entity files write values.
 std::string in_quotes(std::string_view text);
 

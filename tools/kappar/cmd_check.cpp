@@ -25,16 +25,13 @@ std::unordered_map<const kapParameter*, const kapFilePair*> pair_positions(const
     return where;
 }
 
-// Why an expression fails when evaluated in the scope of its owner, or empty when it does not.
-std::string expression_failure(const kapParameter& owner, const utString& text) {
-    const kapParameter* scope =
-        owner.parent() ? static_cast<const kapParameter*>(owner.parent()) : &owner;
-    const kapParameterPtr v = kapEvaluator(scope).evaluate(text);
-    if (v && !v->is_error()) return std::string();
-    int column = 0;
-    const std::string message = evaluation_message(v, column);
-    if (column == 0) return "fails: " + message;
-    return "fails at character " + std::to_string(column) + ": " + message;
+// Why an expression of `owner` (its value when `is_value`, else its activity) fails, evaluated as
+// `eval` would evaluate it, or empty when it does not.
+std::string expression_failure(const kapParameter& owner, const utString& text, bool is_value) {
+    const Evaluation v = evaluate_expression(scope_of(owner), text, is_value ? &owner : nullptr);
+    if (!v.failed) return std::string();
+    if (v.column == 0) return "fails: " + v.message;
+    return "fails at character " + std::to_string(v.column) + ": " + v.message;
 }
 
 std::vector<Problem> find_problems(const LoadedEntity& e) {
@@ -58,7 +55,7 @@ std::vector<Problem> find_problems(const LoadedEntity& e) {
             add(&p, name + ": " + in_quotes(p.get_string()) + " is not a state of the enumeration");
         }
         if (p.is_expr()) {
-            const std::string failure = expression_failure(p, p.get_expr());
+            const std::string failure = expression_failure(p, p.get_expr(), true);
             if (!failure.empty()) {
                 add(&p, name + ": expression " + in_quotes(p.get_expr()) + " " + failure);
                 return;
@@ -72,25 +69,14 @@ std::vector<Problem> find_problems(const LoadedEntity& e) {
     });
     for_each_node(*e.root, [&](const kapParameter& p) {
         if (p.get_active().empty()) return;
-        const std::string failure = expression_failure(p, p.get_active());
+        const std::string failure = expression_failure(p, p.get_active(), false);
         if (!failure.empty()) {
             add(&p, in_quotes(path_of(p)) + ": activity expression " + in_quotes(p.get_active()) +
                         " " + failure);
         }
     });
-    for (const auto& pair : e.report.refused) {
-        problems.push_back({pair.line, pair.column,
-                            "value " + in_quotes(pair.value) + " refused by " +
-                                in_quotes(pair.key) + " (kept as unrecognised)"});
-    }
-    for (const auto& pair : e.report.unrecognised) {
-        bool refused = false;
-        for (const auto& r : e.report.refused) {
-            refused = refused || (r.key == pair.key && r.line == pair.line);
-        }
-        if (refused) continue;
-        problems.push_back(
-            {pair.line, pair.column, "unrecognised key " + in_quotes(pair.key) + " (kept)"});
+    for (auto& n : pair_notes(e.report, true)) {
+        problems.push_back({n.line, n.column, std::move(n.message)});
     }
     // In the order of the file; problems without a position last.
     std::stable_sort(problems.begin(), problems.end(), [](const Problem& a, const Problem& b) {

@@ -79,6 +79,13 @@ int run_show(const ParsedArgs& args) {
             j.set("line", Json::integer(pair.line));
             j.set("column", Json::integer(pair.column));
             if (is_refused(e->report, pair)) j.set("refused", Json::boolean(true));
+            if (const kapEntityDuplicate* d = duplicate_of(e->report, pair)) {
+                Json first = Json::object();
+                first.set("key", Json::string(d->first.key));
+                first.set("line", Json::integer(d->first.line));
+                first.set("column", Json::integer(d->first.column));
+                j.set("duplicate_of", std::move(first));
+            }
             unrecognised.push(std::move(j));
         }
         top.set("unrecognised", std::move(unrecognised));
@@ -106,6 +113,10 @@ int run_show(const ParsedArgs& args) {
         for (const auto& pair : e->report.unrecognised) {
             s += pair.key + " = " + in_quotes(pair.value) + "  (line " + std::to_string(pair.line);
             if (is_refused(e->report, pair)) s += ", value refused";
+            if (const kapEntityDuplicate* d = duplicate_of(e->report, pair)) {
+                s += ", sets " + in_quotes(d->first.key) + " of line " +
+                     std::to_string(d->first.line) + " again";
+            }
             s += ")\n";
         }
     }
@@ -130,13 +141,13 @@ int run_eval(const ParsedArgs& args) {
     auto e = load_entity(path);
     if (!e) return kExitUnreadable;
 
-    const kapParameterPtr result = kapEvaluator(e->root.get()).evaluate(text);
-    if (!result || result->is_error()) {
-        int column = 0;
-        const std::string message = evaluation_message(result, column);
-        err(diagnostic("<expression>", column > 0 ? 1 : 0, column, message));
+    const Evaluation evaluation = evaluate_expression(e->root.get(), text);
+    if (evaluation.failed) {
+        err(diagnostic("<expression>", evaluation.column > 0 ? 1 : 0, evaluation.column,
+                       evaluation.message));
         return kExitProblems;
     }
+    const kapParameterPtr& result = evaluation.value;
     if (result->is_map()) {
         std::string s;
         for_each_value(*result, [&](const kapParameter& p) { s += value_line(p, false); });

@@ -5,9 +5,9 @@
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
+#include <map>
 #include <sstream>
 #include <system_error>
-#include <tuple>
 
 #include "cli.h"
 
@@ -64,6 +64,20 @@ int run_upgrade(const ParsedArgs& args) {
     // With several files, or an existing folder, OUT is a folder.
     std::error_code ec;
     const bool to_folder = output && (files.size() > 1 || fs::is_directory(*output, ec));
+    if (to_folder) {
+        // Two inputs of one name (from different folders) would overwrite each other: refused
+        // before anything is read or written.
+        std::map<std::string, const std::string*> names;
+        for (const std::string& path : files) {
+            const std::string name = fs::path(path).filename().string();
+            const auto [it, inserted] = names.emplace(name, &path);
+            if (!inserted) {
+                return usage_error("upgrade", "'" + *it->second + "' and '" + path +
+                                                  "' would both be written to '" +
+                                                  (fs::path(*output) / name).string() + "'");
+            }
+        }
+    }
     if (to_folder && !fs::is_directory(*output, ec)) {
         fs::create_directories(*output, ec);
         if (ec) {
@@ -88,24 +102,8 @@ int run_upgrade(const ParsedArgs& args) {
             continue;
         }
         // What happened to the pairs that were not loaded, in the order of the file.
-        std::vector<std::tuple<int, int, std::string>> notes;
-        for (const auto& pair : e->report.unrecognised) {
-            bool refused = false;
-            for (const auto& r : e->report.refused) {
-                refused = refused || (r.key == pair.key && r.line == pair.line);
-            }
-            notes.emplace_back(pair.line, pair.column,
-                               refused ? "value " + in_quotes(pair.value) + " refused by " +
-                                             in_quotes(pair.key) + ", kept as unrecognised"
-                                       : "unrecognised key " + in_quotes(pair.key) + " kept");
-        }
-        for (const auto& pair : e->report.dropped) {
-            notes.emplace_back(pair.line, pair.column,
-                               "key " + in_quotes(pair.key) + " is no longer read, dropped");
-        }
-        std::stable_sort(notes.begin(), notes.end());
-        for (const auto& [line, column, text] : notes) {
-            messages += diagnostic(path, line, column, text);
+        for (const auto& n : pair_notes(e->report, false)) {
+            messages += diagnostic(path, n.line, n.column, n.message);
         }
         kept += e->report.unrecognised.size();
 
@@ -119,14 +117,16 @@ int run_upgrade(const ParsedArgs& args) {
             destination = *output;
         }
         bool written = true;
+        const std::string text = kap_write_entity_text(doc);
         if (destination.empty()) {
-            out(kap_write_entity_text(doc));
-        } else if (in_place && read_bytes(path) == kap_write_entity_text(doc)) {
+            out(text);
+        } else if (in_place && read_bytes(path) == text) {
             // Nothing would change: the file is left as it is.
         } else {
-            kapFileError werr;
-            if (!kap_write_entity_file(destination, doc, werr)) {
-                messages += kap_format_file_error(destination, werr) + "\n";
+            OutputFile target;
+            std::string why;
+            if (!resolve_output(destination, target, why) || !write_output(target, text, why)) {
+                messages += diagnostic(destination, 0, 0, why);
                 status = std::max<int>(status, kExitUnwritable);
                 written = false;
             }

@@ -1,7 +1,11 @@
+#include <algorithm>
+#include <cerrno>
 #include <cmath>
+#include <cstring>
 #include <limits>
 
 #include "cli.h"
+#include "kapparameter/kapEvaluator.h"
 #include "kapparameter/kapExpr.h"
 #include "kapparameter/kapParameterFile.h"
 
@@ -10,13 +14,38 @@ namespace kcli {
 // ---------------------------------------------------------------------------------------------
 // Output
 
+namespace {
+
+int g_out_errno = 0;  // the first failure to write standard output
+
+void note_out_failure() {
+    if (g_out_errno == 0) g_out_errno = errno != 0 ? errno : EIO;
+}
+
+}  // namespace
+
 void out(std::string_view text) {
-    std::fwrite(text.data(), 1, text.size(), stdout);
+    if (std::fwrite(text.data(), 1, text.size(), stdout) != text.size()) note_out_failure();
+}
+
+int finish_output(int status) {
+    if (std::fflush(stdout) != 0) note_out_failure();
+    if (g_out_errno == 0 && std::ferror(stdout) != 0) g_out_errno = EIO;
+    if (g_out_errno == 0) return status;
+    std::fputs(("kappar: cannot write to standard output: " +
+                std::string(std::strerror(g_out_errno)) + "\n")
+                   .c_str(),
+               stderr);
+    return std::max<int>(status, kExitUnwritable);
+}
+
+std::string printable(std::string_view text) {
+    return kap_message_text(text);
 }
 
 void err(std::string_view text) {
     // Keep the order of the two streams when both go to the same place.
-    std::fflush(stdout);
+    if (std::fflush(stdout) != 0) note_out_failure();
     std::fwrite(text.data(), 1, text.size(), stderr);
 }
 
@@ -118,6 +147,56 @@ std::unique_ptr<LoadedEntity> load_entity(const std::string& path, std::string* 
         err(text);
     }
     return nullptr;
+}
+
+const kapEntityDuplicate* duplicate_of(const kapEntityLoadReport& report, const kapFilePair& pair) {
+    for (const auto& d : report.duplicates) {
+        if (d.second.line == pair.line && d.second.column == pair.column) return &d;
+    }
+    return nullptr;
+}
+
+std::vector<PairNote> pair_notes(const kapEntityLoadReport& report, bool for_check) {
+    std::vector<PairNote> notes;
+    auto note = [&](const kapFilePair& at, std::string head, std::string_view tail) {
+        head += for_check ? " (" + std::string(tail) + ")" : ", " + std::string(tail);
+        notes.push_back({at.line, at.column, std::move(head)});
+    };
+    for (const auto& pair : report.unrecognised) {
+        bool refused = false;
+        for (const auto& r : report.refused) {
+            refused = refused || (r.line == pair.line && r.column == pair.column);
+        }
+        if (refused) {
+            note(pair, "value " + in_quotes(pair.value) + " refused by " + in_quotes(pair.key),
+                 "kept as unrecognised");
+        } else if (const kapEntityDuplicate* d = duplicate_of(report, pair)) {
+            note(d->first,
+                 "key " + in_quotes(d->first.key) + " is set again by " + in_quotes(pair.key) +
+                     " at line " + std::to_string(pair.line),
+                 "this value is loaded");
+            note(pair,
+                 "key " + in_quotes(pair.key) + " sets the same parameter as " +
+                     in_quotes(d->first.key) + " at line " + std::to_string(d->first.line),
+                 "kept as unrecognised");
+        } else if (for_check) {
+            notes.push_back(
+                {pair.line, pair.column, "unrecognised key " + in_quotes(pair.key) + " (kept)"});
+        } else {
+            notes.push_back(
+                {pair.line, pair.column, "unrecognised key " + in_quotes(pair.key) + " kept"});
+        }
+    }
+    if (!for_check) {
+        for (const auto& pair : report.dropped) {
+            notes.push_back({pair.line, pair.column,
+                             "key " + in_quotes(pair.key) + " is no longer read, dropped"});
+        }
+    }
+    std::stable_sort(notes.begin(), notes.end(), [](const PairNote& a, const PairNote& b) {
+        return a.line != b.line ? a.line < b.line : a.column < b.column;
+    });
+    return notes;
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -241,6 +320,78 @@ std::string evaluation_message(const kapParameterPtr& result, int& column) {
     column = std::stoi(digits) + 1;
     message.erase(at);
     return message;
+}
+
+namespace {
+
+// Characters of `text` before byte `offset`.
+int characters_before(std::string_view text, std::size_t offset) {
+    int n = 0;
+    for (std::size_t i = 0; i < offset && i < text.size(); ++i) {
+        n += (static_cast<unsigned char>(text[i]) & 0xc0) != 0x80;
+    }
+    return n;
+}
+
+// The message of a failed evaluation of `text`, made printable. The parser names a character it
+// did not expect by its first byte; the whole character is named instead.
+std::string failure_message(std::string message, std::string_view text, std::size_t offset) {
+    static constexpr std::string_view kUnexpected = "unexpected character '";
+    if (message.size() == kUnexpected.size() + 2 && message.starts_with(kUnexpected) &&
+        message.back() == '\'' && offset < text.size() &&
+        message[kUnexpected.size()] == text[offset]) {
+        std::size_t n = 1;
+        while (offset + n < text.size() &&
+               (static_cast<unsigned char>(text[offset + n]) & 0xc0) == 0x80 && n < 4) {
+            ++n;
+        }
+        message = std::string(kUnexpected) + std::string(text.substr(offset, n)) + "'";
+    }
+    return printable(message);
+}
+
+}  // namespace
+
+const kapParameter* scope_of(const kapParameter& p) {
+    return p.parent() != nullptr ? static_cast<const kapParameter*>(p.parent()) : &p;
+}
+
+Evaluation evaluate_expression(const kapParameter* scope, const utString& text,
+                               const kapParameter* owner) {
+    Evaluation r;
+    r.value = kapEvaluator(scope).evaluate(text);
+    std::vector<const kapParameter*> followed;
+    if (owner != nullptr) followed.push_back(owner);
+    bool inner = false;
+    while (r.value && !r.value->is_error() && !r.value->is_map() && r.value->is_expr() &&
+           r.value->parent() != nullptr) {
+        const kapParameter* node = r.value.pointer();
+        if (std::find(followed.begin(), followed.end(), node) != followed.end()) {
+            r.failed = true;
+            r.column = 1;
+            r.message = "expression reads its own value";
+            return r;
+        }
+        followed.push_back(node);
+        r.value = kapEvaluator(scope_of(*node)).evaluate(node->get_expr());
+        inner = true;
+    }
+    if (r.value && !r.value->is_error()) return r;
+    r.failed = true;
+    int column = 0;
+    const std::string message = evaluation_message(r.value, column);
+    if (inner) {
+        // The fault lies in the expression of a parameter the name leads to.
+        r.column = 1;
+        r.message = printable(message);
+    } else if (column > 0) {
+        const auto offset = static_cast<std::size_t>(column - 1);
+        r.column = characters_before(text, offset) + 1;
+        r.message = failure_message(message, text, offset);
+    } else {
+        r.message = printable(message);
+    }
+    return r;
 }
 
 std::string range_text(const kapRange& r) {

@@ -190,7 +190,7 @@ bool parse_units(std::string_view text, int& units) {
 }
 
 int tool_usage_error(std::string_view message) {
-    err("kappar: " + std::string(message) + "\n");
+    err("kappar: " + printable(message) + "\n");
     err("usage: kappar [--units inch|metric] COMMAND [ARGS...]\n");
     err("Run 'kappar --help' for the commands.\n");
     return kExitUsage;
@@ -256,7 +256,7 @@ int selected_units() {
 }
 
 int usage_error(std::string_view command, std::string_view message) {
-    err("kappar " + std::string(command) + ": " + std::string(message) + "\n");
+    err("kappar " + std::string(command) + ": " + printable(message) + "\n");
     if (const Command* c = find_command(command)) {
         const std::string_view help = c->help;
         err(help.substr(0, help.find('\n') + 1));
@@ -272,5 +272,5 @@ int main(int argc, char** argv) {
     for (int i = 1; i < argc; ++i) {
         args.emplace_back(argv[i]);
     }
-    return kcli::run(args);
+    return kcli::finish_output(kcli::run(args));
 }

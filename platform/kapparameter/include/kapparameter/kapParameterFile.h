@@ -102,6 +102,12 @@ utString kap_quote(std::string_view value);
 // The same, appended to `out`.
 void kap_append_quoted(utString& out, std::string_view value);
 
+// Text read from a file or given by a user, made safe to print inside a message: valid UTF-8
+// characters stand as they are; control characters (U+0000-U+001F, U+007F-U+009F) and bytes that
+// are not part of valid UTF-8 are written as "\x1b" (two lower-case hex digits per byte), and a
+// backslash as "\\", so no byte of the input reaches a terminal raw.
+utString kap_message_text(std::string_view text);
+
 // Whether `key` can be written bare: a letter or '_' followed by letters, digits and the
 // characters _ . [ ] - :
 bool kap_is_valid_file_key(std::string_view key) noexcept;
