@@ -4,8 +4,8 @@
 #include <initializer_list>
 #include <string_view>
 
+#include "kapToolpathFuncs.h"
 #include "kappar/kapToolpathPar.h"
-#include "kapparameter/kapEvaluator.h"
 
 namespace {
 
@@ -124,7 +124,7 @@ bool kapToolpathParUtils::is_input_pattern(const kapParameter& tree, const kapOb
 // -- capabilities -------------------------------------------------------------------------------
 
 bool kapToolpathParUtils::strategy_supports_contact_normals(const kapParameter& tree) {
-    const kapParameterPtr v = kapEvaluator(&tree).evaluate("SupportsContactNormals()");
+    const kapParameterPtr v = parfunc_toolpath_SupportsContactNormals(tree, kapParameterPtr());
     return v && !v->is_error() && v->get_int() != 0;
 }
 
