@@ -1,11 +1,16 @@
 #include "kappar/kapSchema.h"
 
+#include <cassert>
 #include <deque>
+#include <map>
+#include <mutex>
+#include <set>
 #include <unordered_map>
 #include <vector>
 
 #include "kappar/kapEntity.h"
 #include "kapparameter/kapEvaluator.h"
+#include "kapparameter/kapExpr.h"
 
 namespace {
 
@@ -80,6 +85,15 @@ kapParameterPtr make_node(const kapDeclRow& row) {
     return {};
 }
 
+// A length whose metric default is a number other than 0 would keep that number in inches.
+bool length_without_inch_default(const kapDeclRow& row) {
+    if (row.kind != kapDeclKind::real || row.dim != kapDimLength || !row.def_inch.empty()) {
+        return false;
+    }
+    double metric = 0.0;
+    return kapParameterNumeric::parse(utString(row.def), metric) && metric != 0.0;
+}
+
 // Splits "A.B[].C" into the parent path "A.B[]" and the name "C".
 void split(std::string_view path, std::string_view& parent, std::string_view& name) {
     const auto dot = path.rfind('.');
@@ -105,6 +119,7 @@ struct Declaring {
     std::deque<utString> paths;  // stable storage for composed paths
     std::string_view kind;       // the declaring root's kind, for callback names
     utString* failed_path = nullptr;
+    utString* reason = nullptr;
 
     std::string_view keep(utString s) {
         paths.push_back(std::move(s));
@@ -115,8 +130,9 @@ struct Declaring {
         if (written != kapDeclAutoName) return written;
         return keep(kap_callback_name(prefix, kind, path));
     }
-    bool fail(std::string_view path) {
+    bool fail(std::string_view path, std::string_view why) {
         if (failed_path) *failed_path = utString(path);
+        if (reason) *reason = utString(why);
         return false;
     }
 
@@ -137,7 +153,10 @@ bool Declaring::declare_one(const kapDeclRow& row, std::string_view full_path) {
     std::string_view parent_path, name;
     split(full_path, parent_path, name);
     auto it = maps.find(parent_path);
-    if (it == maps.end() || name.empty()) return fail(full_path);
+    if (it == maps.end() || name.empty()) return fail(full_path, "its parent is not declared");
+    if (length_without_inch_default(row)) {
+        return fail(full_path, "a length with a metric default and no inch default");
+    }
     kapParameterMap* owner = it->second.map;
     const std::string_view group = row.group.empty() ? it->second.group : row.group;
 
@@ -146,7 +165,7 @@ bool Declaring::declare_one(const kapDeclRow& row, std::string_view full_path) {
     const kapParameterKey key(utString(name), legacy, kapParameterKey(parent_path));
     // 2. The value node.
     kapParameterPtr par = make_node(row);
-    if (!par) return fail(full_path);
+    if (!par) return fail(full_path, "its kind makes no parameter");
     // 3. Its own declaration object.
     par->set_impl(kapParameterImplPtr(new kapParameterImpl()));
     par->set_name(utString(name));
@@ -186,7 +205,7 @@ bool Declaring::declare_one(const kapDeclRow& row, std::string_view full_path) {
     kapDeclarationScope::count();
 
     auto* m = kapParameterMap::ut_dynamic_cast(added.pointer());
-    if (m == nullptr) return row.row_count == 0 || fail(full_path);
+    if (m == nullptr) return row.row_count == 0 || fail(full_path, "it holds rows but is no map");
     maps[full_path] = Owner{m, group};
     if (row.kind != kapDeclKind::array) {
         return declare(std::span(row.rows, row.row_count), full_path);
@@ -204,11 +223,12 @@ bool Declaring::declare_one(const kapDeclRow& row, std::string_view full_path) {
 }  // namespace
 
 bool kap_declare(kapParameter* parent, std::span<const kapDeclRow> rows,
-                 std::string_view default_group, utString* failed_path) {
+                 std::string_view default_group, utString* failed_path, utString* reason) {
     auto* top = kapParameterMap::ut_dynamic_cast(parent);
     if (top == nullptr) return false;
     Declaring d;
     d.failed_path = failed_path;
+    d.reason = reason;
     if (const kapParameterRoot* root = kapParameterRoot::get_root(parent)) {
         d.kind = root->get_root_type();
     }
@@ -238,4 +258,150 @@ int kapDeclarationScope::counter() noexcept {
 }
 void kapDeclarationScope::count() noexcept {
     ++t_counter;
+}
+
+// ---------------------------------------------------------------------------------------------
+// Checks of declared trees
+
+namespace {
+
+// Where a walk down a path ends.
+enum class Reach {
+    found,    // a node of this tree
+    missing,  // no such node
+    beyond,   // through a reference into another entity, which a declared tree cannot tell
+};
+
+Reach walk(const kapParameter* node, std::span<const kapExprName> comps) {
+    for (const kapExprName& c : comps) {
+        if (node->is_ref_node()) {
+            node = node->follow();
+            if (node == nullptr) return Reach::beyond;
+        }
+        if (!node->is_map()) return Reach::missing;
+        const auto* map = static_cast<const kapParameterMap*>(node);
+        if (c.is_index()) {
+            const auto i = static_cast<std::size_t>(c.index);
+            node = i < map->size() ? map->child(i).pointer() : nullptr;
+        } else {
+            node = map->find_child(c.text);
+        }
+        if (node == nullptr) return Reach::missing;
+    }
+    return Reach::found;
+}
+
+// Whether the name path `path`, read by an expression that `owner` holds, finds something.
+bool resolves(const kapParameter& owner, const kapExprPath& path) {
+    if (path.anchor == kapExprAnchor::global) return true;  // the host's entities
+    const kapParameter* top = &owner;
+    while (top->parent() != nullptr) {
+        top = top->parent();
+    }
+    const std::span<const kapExprName> comps = path.components;
+    if (path.anchor == kapExprAnchor::root) {
+        if (walk(top, comps) != Reach::missing) return true;
+    } else if (!comps.empty()) {
+        // Siblings first, then outward: the first map holding the first name decides.
+        const kapParameter* level = owner.parent();
+        if (level == nullptr && owner.is_map()) level = &owner;
+        for (; level != nullptr; level = level->parent()) {
+            if (walk(level, comps.first(1)) == Reach::missing) continue;
+            if (walk(level, comps) != Reach::missing) return true;
+            break;
+        }
+    }
+    if (const kapParameterRoot* root = kapParameterRoot::get_root(&owner)) {
+        if (!path.relative.empty() && root->lookup_method(kapParameterKey(path.relative))) {
+            return true;
+        }
+    }
+    return path.anchor == kapExprAnchor::owner && !comps.empty() && !comps.front().is_index() &&
+           kapParameterLib::get_eval_scope().find_child(comps.front().text) != nullptr;
+}
+
+void check_expression(const kapParameter& owner, std::string_view what, const utString& text,
+                      std::vector<utString>& problems) {
+    const utString where = kapParameter::get_name(owner, 1);
+    const std::shared_ptr<const kapExprCompiled> compiled = kapExpr::compile(text);
+    if (!compiled->ok()) {
+        problems.push_back(where + ": " + utString(what) + " \"" + text +
+                           "\" does not compile: " + compiled->error().message);
+        return;
+    }
+    for (const std::span<const kapExprPath> paths : {compiled->names(), compiled->calls()}) {
+        for (const kapExprPath& path : paths) {
+            if (!resolves(owner, path)) {
+                problems.push_back(where + ": " + utString(what) + " \"" + text + "\" reads \"" +
+                                   utString(path.text) + "\", which nothing declares");
+            }
+        }
+    }
+}
+
+void check_node(const kapParameter& node, std::vector<utString>& problems) {
+    if (!node.get_active().empty()) check_expression(node, "active", node.get_active(), problems);
+    if (node.is_expr()) check_expression(node, "value", node.get_expr(), problems);
+    if (!node.is_map()) return;
+    const auto& map = static_cast<const kapParameterMap&>(node);
+    for (std::size_t i = 0; i < map.size(); ++i) {
+        check_node(*map.child(i), problems);
+    }
+}
+
+struct Reports {
+    std::mutex mutex;
+    std::set<std::pair<std::string, int>> checked;  // (kind, unit system)
+    std::map<std::string, std::vector<utString>, std::less<>> problems;
+};
+Reports& reports() {
+    static Reports r;
+    return r;
+}
+
+}  // namespace
+
+void kap_check_schema(const kapParameterRoot& root, std::vector<utString>& problems,
+                      std::span<const std::string_view> named_paths) {
+    const auto& map = static_cast<const kapParameterMap&>(root);
+    for (std::size_t i = 0; i < map.size(); ++i) {
+        check_node(*map.child(i), problems);
+    }
+    for (const std::string_view path : named_paths) {
+        if (root.find_node(path) == nullptr) {
+            problems.push_back("named path \"" + utString(path) + "\" leads to no parameter");
+        }
+    }
+}
+
+void kap_check_declared(const kapParameterRoot& entity,
+                        std::span<const std::string_view> named_paths) {
+    const std::string kind(entity.get_root_type());
+    {
+        Reports& r = reports();
+        const std::lock_guard<std::mutex> lock(r.mutex);
+        if (!r.checked.emplace(kind, kapUnitsUtils::get_units() == 0 ? 0 : 1).second) return;
+    }
+    std::vector<utString> problems;
+    kap_check_schema(entity, problems, named_paths);
+    kap_schema_report(kind, problems);
+}
+
+void kap_schema_report(std::string_view kind, const std::vector<utString>& problems) {
+    if (problems.empty()) return;
+    {
+        Reports& r = reports();
+        const std::lock_guard<std::mutex> lock(r.mutex);
+        auto& list = r.problems[std::string(kind)];
+        list.insert(list.end(), problems.begin(), problems.end());
+    }
+    // A table that declares what its expressions and rules cannot find: see kap_schema_problems.
+    assert(problems.empty());
+}
+
+std::vector<utString> kap_schema_problems(std::string_view kind) {
+    Reports& r = reports();
+    const std::lock_guard<std::mutex> lock(r.mutex);
+    auto it = r.problems.find(kind);
+    return it == r.problems.end() ? std::vector<utString>() : it->second;
 }

@@ -37,6 +37,34 @@ constexpr kapBoundaryPar::Synonym kSynonyms[] = {
 };
 // clang-format on
 
+// Paths that reset, the update steps and the lock rule name.
+constexpr std::string_view kSet15Mode = "ThicknessSetValues[15].Mode";
+constexpr std::string_view kSet16Mode = "ThicknessSetValues[16].Mode";
+constexpr std::string_view kSet17Mode = "ThicknessSetValues[17].Mode";
+constexpr std::string_view kSet16Thickness = "ThicknessSetValues[16].Thickness";
+constexpr std::string_view kType = "Type";
+constexpr std::string_view kLimitBoundary = "Limit.Boundary";
+constexpr std::string_view kContactPointBoundary = "ContactPointBoundary";
+constexpr std::string_view kBlockDiameter = "Block.Diameter";
+constexpr std::string_view kExclusive = "Exclusive";
+constexpr std::string_view kTolerance = "Tolerance";
+constexpr std::string_view kThickness = "Thickness";
+constexpr std::string_view kTool = "Tool";
+constexpr std::string_view kRulePaths[] = {
+    kSet15Mode,
+    kSet16Mode,
+    kSet17Mode,
+    kSet16Thickness,
+    kType,
+    kLimitBoundary,
+    kContactPointBoundary,
+    kBlockDiameter,
+    kExclusive,
+    kTolerance,
+    kThickness,
+    kTool,
+};
+
 const utStringutStringcoTable& synonym_table() {
     static utStringutStringcoTable table;
     static bool filled = false;
@@ -58,6 +86,18 @@ std::span<const kapBoundaryPar::Synonym> kapBoundaryPar::key_synonyms() {
     return kSynonyms;
 }
 
+std::span<const std::string_view> kapBoundaryPar::named_paths() {
+    static const std::vector<std::string_view> paths = [] {
+        std::vector<std::string_view> all;
+        for (const Synonym& s : kSynonyms) {
+            all.push_back(s.current);
+        }
+        all.insert(all.end(), std::begin(kRulePaths), std::end(kRulePaths));
+        return all;
+    }();
+    return paths;
+}
+
 void kapBoundaryPar::reset() {
     if (g_resetting) {
         // Re-entered while a reset runs: only clear the flag.
@@ -66,11 +106,10 @@ void kapBoundaryPar::reset() {
     }
     g_resetting = true;
     kapParameterRoot::reset();
-    (*this)["ThicknessSetValues[15].Mode"]->set_string("ignore");
-    (*this)["ThicknessSetValues[16].Mode"]->set_string("collision_check");
-    (*this)["ThicknessSetValues[17].Mode"]->set_string("ignore");
-    (*this)["ThicknessSetValues[16].Thickness"]->set_double(kapUnitsUtils::get_units() == 0 ? 5.0
-                                                                                            : 0.2);
+    find(kSet15Mode)->set_string("ignore");
+    find(kSet16Mode)->set_string("collision_check");
+    find(kSet17Mode)->set_string("ignore");
+    find(kSet16Thickness)->set_double(kapUnitsUtils::get_units() == 0 ? 5.0 : 0.2);
     g_resetting = false;
 }
 
@@ -97,8 +136,8 @@ kapParameterPtr kapBoundaryPar::lookup_method(const kapParameterKey& key) const 
 
 kapObjectId kapBoundaryPar::get_lock_id_imp(const kapParameter& par) const {
     const utString& name = par.get_name();
-    if (name == "Tolerance" || name == "Thickness" || name == "Tool") {
-        const auto* exclusive = kapParameterRef::ut_dynamic_cast(find_node("Exclusive"));
+    if (name == kTolerance || name == kThickness || name == kTool) {
+        const auto* exclusive = kapParameterRef::ut_dynamic_cast(find_node(kExclusive));
         if (exclusive != nullptr && exclusive->is_valid_ref()) return {};
     }
     return get_id();
@@ -128,9 +167,9 @@ void kapBoundaryParUpdater::update_from_0_to_1(int& version, kapParameterRoot&,
 
 void kapBoundaryParUpdater::update_from_1_to_2(int& version, kapParameterRoot& root,
                                                const utStringcoSList&) {
-    if (root["Type"]->get_string() == "contact_conv") {
-        kapParameterPtr limit = root["Limit.Boundary"];
-        root["ContactPointBoundary"]->copy_value_from(*limit);
+    if (root.find(kType)->get_string() == "contact_conv") {
+        kapParameterPtr limit = root.find(kLimitBoundary);
+        root.find(kContactPointBoundary)->copy_value_from(*limit);
         limit->set_ref_from_id(kapObjectId{});
     }
     version = 2;
@@ -150,7 +189,7 @@ void kapBoundaryParUpdater::update_from_2_to_3(int& version, kapParameterRoot& r
     // A text that is not a number leaves the default diameter; the text stays in the table.
     double r = 0.0;
     if (radius != nullptr && kapParameterNumeric::parse(*radius, r)) {
-        root["Block.Diameter"]->set_double(2.0 * r);
+        root.find(kBlockDiameter)->set_double(2.0 * r);
     }
     version = 3;
 }

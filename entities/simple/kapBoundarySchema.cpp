@@ -1,12 +1,11 @@
 // The boundary's schema: every parameter of a boundary, in declaration order.
 
 #include "kappar/kapBoundaryPar.h"
+#include "kappar/kapSchemaNotation.h"
 
 namespace {
+using namespace kap_decl;
 
-using enum kapDeclKind;
-
-constexpr int kLen = kapDimLength;
 // Tolerances: above zero.
 constexpr kapRange kPositive{0.0, kapDeclMaxDouble, 1, 1};
 // Slopes and angles measured from the horizontal.
@@ -16,21 +15,32 @@ constexpr kapRange kTurn{0.0, 360.0, 0, 0};
 // A red, green and blue value, or -1 when the set is not chosen by colour.
 constexpr kapRange kColour{-1.0, 16777215.0, 0, 0};
 
-constexpr std::string_view kTol = "Tolerance and Thickness";
+// Groups of rows whose parent map is in another group.
+constexpr Group kActive("Active");
+constexpr Group kBlock("Block");
+constexpr Group kDebug("Debug");
+constexpr Group kGeneral("General");
+constexpr Group kMachining("Machining");
+constexpr Group kTolerance("Tolerance and Thickness");
 
 // clang-format off
 constexpr kapDeclState kTypeStates[] = {
     {"user",              "User",                      "Boundary defined by points input by the user."},
     {"block",             "Block",                     "Boundary from the current block."},
     {"silhouette",        "Silhouette",                "Silhouette of the model projected in the Z axis."},
-    {"shallow",           "Shallow",                   "Boundary at the junction between horizontal and vertical regions."},
-    {"rest",              "Rest",                      "Boundary of regions where the new tool can machine further into a corner than the reference tool."},
+    {"shallow",           "Shallow",
+     "Boundary at the junction between horizontal and vertical regions."},
+    {"rest",              "Rest",
+     "Boundary of regions where the new tool can machine further into a corner than the reference tool."},
     {"selected",          "Selected",                  "Boundary around selected surfaces."},
     {"collision",         "Collision",                 "Boundary of regions which are collision safe."},
-    {"contact_conv",      "Contact Conversion",        "Converts a contact point boundary into a boundary that can be used for a specific tool."},
-    {"contact_point",     "Contact Point",             "A boundary that limits the tool contact point rather than the tip position."},
+    {"contact_conv",      "Contact Conversion",
+     "Converts a contact point boundary into a boundary that can be used for a specific tool."},
+    {"contact_point",     "Contact Point",
+     "A boundary that limits the tool contact point rather than the tip position."},
     {"stockmodel_rest",   "Stockmodel Rest",           "Rest boundary using stockmodel."},
-    {"boolean_operation", "Boolean Operation",         "Boundary resulting of boolean operation between two reference boundaries."},
+    {"boolean_operation", "Boolean Operation",
+     "Boundary resulting of boolean operation between two reference boundaries."},
     {"halden",            "Halden Boundary",           "Boundary created from halden parameters."},
     {"penciled_in_rest",  "Penciled In Rest Boundary", "Boundary combining rest regions with a pencil trace."},
 };
@@ -57,8 +67,10 @@ constexpr kapDeclState kBlockTypeStates[] = {
 
 constexpr kapDeclState kSetModeStates[] = {
     {"machine",         "Machine",         "The components of the set are machined, leaving its thickness."},
-    {"avoid",           "Avoid",           "The tool keeps its thickness away from the components of the set without machining them."},
-    {"collision_check", "Collision Check", "The components of the set are only checked for collisions with the shank and holder."},
+    {"avoid",           "Avoid",
+     "The tool keeps its thickness away from the components of the set without machining them."},
+    {"collision_check", "Collision Check",
+     "The components of the set are only checked for collisions with the shank and holder."},
     {"ignore",          "Ignore",          "The components of the set are ignored."},
 };
 
@@ -85,123 +97,283 @@ constexpr kapDeclState kContainmentStates[] = {
     {"contact", "Contact Point", "The tool contact point stays inside the boundary."},
 };
 
+// One element of "ThicknessSetValues": the thickness of a set of components and how the set is
+// chosen.
+KAP_BLOCK(ThicknessSet)
+//          Path                   Label                  Default(s)                 Active
+//            Description, extras
+KAP_LENGTH ("Thickness",           "Thickness",           "0", "0",                  "",
+            "Thickness left on the components of the set.")
+KAP_FLAG   ("UseAxialThickness",   "Use Axial Thickness", "0",                       "",
+            "If true then the set has a separate thickness along the tool axis.")
+KAP_LENGTH ("AxialThickness",      "Axial Thickness",     "0", "0",                  "UseAxialThickness",
+            "Thickness of the set along the tool axis.")
+KAP_ENUM   ("Mode",                "Mode",                kSetModeStates, "machine", "",
+            "How the components of the set are treated.")
+KAP_MAP    ("Selection",           "Selection",                                      "",
+            "Components that belong to the set.")
+KAP_INT    ("Selection.Colour",    "Colour",              "-1",                      "",
+            "Colour of the components of the set as a red, green and blue value; -1 when the set is not chosen by "
+            "colour.", Range(kColour))
+KAP_STRING ("Selection.LevelName", "Level",               "",                        "",
+            "Level or set whose components belong to the set; empty when the set is not chosen by level.")
+KAP_STRING ("Selection.ModelName", "Model",               "",                        "",
+            "Model whose components belong to the set; empty when the set is not chosen by model.")
+KAP_FLAG   ("Approximate",         "Approximate",         "0",                       "",
+            "If true then the thickness of the set is applied approximately, which is faster.")
+KAP_STRING ("Value",               "Components",          "",                        "",
+            "Identifiers of the components in the set.", kDebug)
+KAP_END_BLOCK
+
 // "Exclusive" is declared last, at the top level beside the boundary's other links, so that the
 // lock rule reads it as the root's own child; it refers to the toolpath that uses the boundary
 // exclusively.
-constexpr kapDeclRow kRows[] = {
-    {.path = "AutoReplay",                               .legacy = "autoreplay",              .label = "Replay Edits",                 .kind = flag,                                                                .def = "1",                                                                                                                                                    .group = "General",      .desc = "If true then the edits are replayed when the boundary is recalculated."},
-    {.path = "Type",                                     .legacy = "type",                    .label = "Type",                         .kind = enumeration, .states = kTypeStates,                                  .def = "block",                                                                                                                                                                         .desc = "Type of boundary."},
-    {.path = "Block",                                    .legacy = "block",                   .label = "Block",                        .kind = map,                                                                                                      .active = "Type=='block' OR (BlockLimiting AND Type!='user')",                                                            .group = "Block",        .desc = "Block from which the boundary is calculated or to which it is limited."},
-    {.path = "Block.CoordinateSystem",                   .legacy = "coordinatesystem",        .label = "Coordinate System",            .kind = enumeration, .states = kCoordinateStates,                            .def = "active_workplane",                                                                                                                                     .group = "Block",        .desc = "Coordinate system in which the block is defined."},
-    {.path = "Block.NamedWorkplane",                     .legacy = "namedworkplane",          .label = "Workplane",                    .kind = ref,         .type = "workplane",                                                                         .active = "Block.CoordinateSystem=='named_workplane'",                                                                    .group = "Block",        .desc = "Workplane in which the block is defined."},
-    {.path = "Block.Type",                               .legacy = "type",                    .label = "Type",                         .kind = enumeration, .states = kBlockTypeStates,                             .def = "box",                                                                                                                                                  .group = "Block",        .desc = "Shape of the block."},
-    {.path = "Block.Limits",                             .legacy = "limits",                  .label = "Limits",                       .kind = map,                                                                                                                                                                                                                                .group = "Block",        .desc = "Extents of the block."},
-    {.path = "Block.Limits.XMin",                        .legacy = "xmin",                    .label = "X Minimum",                    .kind = real,        .dim = kLen, .measure = 1,                              .def = "0",                          .active = "Block.Type=='box'",                                                                                            .group = "Block",        .desc = "Smallest X coordinate of the block."},
-    {.path = "Block.Limits.XMax",                        .legacy = "xmax",                    .label = "X Maximum",                    .kind = real,        .dim = kLen, .measure = 1,                              .def = "0",                          .active = "Block.Type=='box'",                                                                                            .group = "Block",        .desc = "Largest X coordinate of the block."},
-    {.path = "Block.Limits.YMin",                        .legacy = "ymin",                    .label = "Y Minimum",                    .kind = real,        .dim = kLen, .measure = 1,                              .def = "0",                          .active = "Block.Type=='box'",                                                                                            .group = "Block",        .desc = "Smallest Y coordinate of the block."},
-    {.path = "Block.Limits.YMax",                        .legacy = "ymax",                    .label = "Y Maximum",                    .kind = real,        .dim = kLen, .measure = 1,                              .def = "0",                          .active = "Block.Type=='box'",                                                                                            .group = "Block",        .desc = "Largest Y coordinate of the block."},
-    {.path = "Block.Limits.ZMin",                        .legacy = "zmin",                    .label = "Z Minimum",                    .kind = real,        .dim = kLen, .measure = 1,                              .def = "0",                                                                                                                                                    .group = "Block",        .desc = "Smallest Z coordinate of the block."},
-    {.path = "Block.Limits.ZMax",                        .legacy = "zmax",                    .label = "Z Maximum",                    .kind = real,        .dim = kLen, .measure = 1,                              .def = "0",                                                                                                                                                    .group = "Block",        .desc = "Largest Z coordinate of the block."},
-    {.path = "Block.AzimuthAngle",                       .legacy = "azimuthangle",            .label = "Azimuth Angle",                .kind = map,                                                                                                      .active = "Block.Type=='revolution'",                                                                                     .group = "Block",        .desc = "Range of azimuth angles over which the curve is revolved."},
-    {.path = "Block.AzimuthAngle.Start",                 .legacy = "start",                   .label = "Start",                        .kind = angle,       .range = kTurn,                                         .def = "0",                                                                                                                                                    .group = "Block",        .desc = "Azimuth angle at which the revolution starts."},
-    {.path = "Block.AzimuthAngle.End",                   .legacy = "end",                     .label = "End",                          .kind = angle,       .range = kTurn,                                         .def = "360",                                                                                                                                                  .group = "Block",        .desc = "Azimuth angle at which the revolution ends."},
-    {.path = "Block.Boundary",                           .legacy = "boundary",                .label = "Boundary",                     .kind = ref,         .type = "boundary",                                                                          .active = "Block.Type=='boundary'",                                                                                       .group = "Block",        .desc = "Boundary that defines the block."},
-    {.path = "Block.BoundaryData",                       .legacy = "boundarydata",            .label = "Boundary Data",                .kind = data,        .type = "boundary",                                                                          .active = "Block.Type=='boundary'",                                                                                       .group = "Debug",        .desc = "Copy of the boundary that defines the block."},
-    {.path = "Block.TriangleData",                       .legacy = "triangledata",            .label = "Triangle Data",                .kind = data,        .type = "triangles",                                                                         .active = "Block.Type=='triangles'",                                                                                      .group = "Debug",        .desc = "Triangles that define the block."},
-    {.path = "Block.CurveData",                          .legacy = "curvedata",               .label = "Curve Data",                   .kind = data,        .type = "curve",                                                                             .active = "Block.Type=='revolution'",                                                                                     .group = "Debug",        .desc = "Curve that is revolved to make the block."},
-    {.path = "Block.FileName",                           .legacy = "filename",                .label = "File Name",                    .kind = path,                                                                                                     .active = "Block.Type=='triangles'",                                                                                      .group = "Block",        .desc = "File from which the block triangles were read."},
-    {.path = "Block.Diameter",                           .legacy = "diameter",                .label = "Diameter",                     .kind = real,        .dim = kLen, .measure = 1, .range = kapDeclNonNegative, .def = "100", .def_inch = "4",       .active = "Block.Type=='cylinder'",                                                                                       .group = "Block",        .desc = "Diameter of the cylinder."},
-    {.path = "Block.InnerDiameter",                      .legacy = "innerdiameter",           .label = "Inner Diameter",               .kind = real,        .dim = kLen, .measure = 1, .range = kapDeclNonNegative, .def = "0",                          .active = "Block.Type=='cylinder'",                                                                                       .group = "Block",        .desc = "Diameter of the hole through the cylinder; 0 for a solid cylinder."},
-    {.path = "Block.Centre",                             .legacy = "centre",                  .label = "Centre",                       .kind = map,                                                                                                      .active = "Block.Type=='cylinder'",                                                                                       .group = "Block",        .desc = "Centre of the base of the cylinder."},
-    {.path = "Block.Centre.X",                           .legacy = "x",                       .label = "X",                            .kind = real,        .dim = kLen, .measure = 1,                              .def = "0",                                                                                                                                                    .group = "Block",        .desc = "X coordinate of the centre."},
-    {.path = "Block.Centre.Y",                           .legacy = "y",                       .label = "Y",                            .kind = real,        .dim = kLen, .measure = 1,                              .def = "0",                                                                                                                                                    .group = "Block",        .desc = "Y coordinate of the centre."},
-    {.path = "Block.Centre.Z",                           .legacy = "z",                       .label = "Z",                            .kind = real,        .dim = kLen, .measure = 1,                              .def = "0",                                                                                                                                                    .group = "Block",        .desc = "Z coordinate of the centre."},
-    {.path = "Workplane",                                .legacy = "workplane",               .label = "Workplane",                    .kind = ref,         .type = "workplane",                                                                                                                                                                                                   .group = "General",      .desc = "Workplane in which the boundary is defined."},
-    {.path = "NonIgnoredModelState",                     .legacy = "nonignoredmodelstate",    .label = "Model Changed",                .kind = enumeration, .states = kModelStates,                                 .def = "unchanged",                                                                                                                                            .group = "Debug",        .desc = "The non-ignored model state change since calculation."},
-    {.path = "UserParameters",                           .legacy = "userpars",                .label = "User Parameters",              .kind = open_map,                                                                                                                                                                                                                           .group = "General",      .desc = "User defined parameters"},
-    {.path = "Tolerance",                                .legacy = "tolerance",               .label = "Tolerance",                    .kind = real,        .dim = kLen, .measure = 1, .range = kPositive,          .def = "0.1", .def_inch = "0.002",   .active = "Type!='block'",                                                                                                .group = kTol,           .desc = "Determines how accurately the boundary is calculated."},
-    {.path = "Thickness",                                .legacy = "thickness",               .label = "Thickness",                    .kind = real,        .dim = kLen, .measure = 1,                              .def = "0",                          .active = "Type!='block' AND Type!='user' AND Type!='boolean_operation' AND Type!='contact_point'",                       .group = kTol,           .desc = "Thickness."},
-    {.path = "UseAxialThickness",                        .legacy = "use_axial_thickness",     .label = "Use Axial Thickness",          .kind = flag,                                                                .def = "0",                          .active = "Type!='block' AND Type!='user' AND Type!='boolean_operation' AND Type!='contact_point'",                       .group = kTol,           .desc = "If true then a separate thickness is used along the tool axis."},
-    {.path = "AxialThickness",                           .legacy = "axial_thickness",         .label = "Axial Thickness",              .kind = real,        .dim = kLen, .measure = 1,                              .def = "0",                          .active = "UseAxialThickness AND Type!='block' AND Type!='user' AND Type!='boolean_operation' AND Type!='contact_point'", .group = kTol,           .desc = "Thickness along the tool axis."},
-    {.path = "VerticalTolerance",                        .legacy = "verticaltolerance",       .label = "Vertical Tolerance",           .kind = real,        .dim = kLen, .measure = 1, .range = kPositive,          .def = "0.1", .def_inch = "0.004",   .active = "Type=='shallow'",                                                                                              .group = kTol,           .desc = "Distance within which a wall counts as vertical."},
-    {.path = "VerticalAngle",                            .legacy = "verticalangle",           .label = "Vertical Angle",               .kind = angle,       .range = kQuarter,                                      .def = "89",                         .active = "Type=='shallow'",                                                                                              .group = kTol,           .desc = "Surfaces steeper than this angle from the horizontal count as vertical."},
-    {.path = "MaxDeviation",                             .legacy = "max_possible_error",      .label = "Maximum Deviation",            .kind = real,        .dim = kLen, .measure = 1, .range = kapDeclNonNegative, .def = "0",                          .active = "Type!='block' AND Type!='user'",                                                                               .group = kTol,           .desc = "Largest distance by which the calculated boundary may differ from the exact one."},
-    {.path = "Mesh",                                     .legacy = "mesh",                    .label = "Mesh",                         .kind = map,                                                                                                      .active = "Type!='block' AND Type!='user' AND Type!='boolean_operation'",                                                 .group = kTol,           .desc = "Triangle mesh on which the boundary is calculated."},
-    {.path = "Mesh.MaxTriangleSize",                     .legacy = "maxtrianglesize",         .label = "Maximum Triangle Size",        .kind = map,                                                                                                                                                                                                                                .group = kTol,           .desc = "Limit on the size of the mesh triangles."},
-    {.path = "Mesh.MaxTriangleSize.Factor",              .legacy = "factor",                  .label = "Factor",                       .kind = real,        .range = kPositive,                                     .def = "10",                         .active = "Mesh.MaxTriangleSize.Active",                                                                                  .group = kTol,           .desc = "Longest triangle edge as a multiple of the tolerance."},
-    {.path = "Mesh.MaxTriangleSize.Active",              .legacy = "active",                  .label = "Limit Triangle Size",          .kind = flag,                                                                .def = "0",                                                                                                                                                    .group = kTol,           .desc = "If true then the size of the mesh triangles is limited."},
-    {.path = "Mesh.MaxTriangleSize.Value",               .legacy = "value",                   .label = "Size",                         .kind = real,        .dim = kLen, .measure = 1, .range = kPositive,          .def = "1", .def_inch = "0.04",      .active = "Mesh.MaxTriangleSize.Active",                                                                                  .group = kTol,           .desc = "Longest triangle edge; the smaller of this and the factor times the tolerance is used."},
-    {.path = "ThicknessSets",                            .legacy = "thicknesssets",           .label = "Use Thickness Sets",           .kind = flag,                                                                .def = "0",                          .active = "Type!='block' AND Type!='user' AND Type!='boolean_operation' AND Type!='contact_point'",                       .group = kTol,           .desc = "If true then the thickness is given separately for sets of components."},
-    {.path = "ThicknessSetValues",                       .legacy = "thicknesssetvalues",      .label = "Thickness Sets",               .kind = array,       .size = kapBoundaryPar::kThicknessSets,                                                      .active = "ThicknessSets",                                                                                                .group = kTol,           .desc = "Thicknesses of the sets of components."},
-    {.path = "ThicknessSetValues[].Thickness",           .legacy = "thickness",               .label = "Thickness",                    .kind = real,        .dim = kLen, .measure = 1,                              .def = "0",                                                                                                                                                    .group = kTol,           .desc = "Thickness left on the components of the set."},
-    {.path = "ThicknessSetValues[].UseAxialThickness",   .legacy = "useaxialthickness",       .label = "Use Axial Thickness",          .kind = flag,                                                                .def = "0",                                                                                                                                                    .group = kTol,           .desc = "If true then the set has a separate thickness along the tool axis."},
-    {.path = "ThicknessSetValues[].AxialThickness",      .legacy = "axialthickness",          .label = "Axial Thickness",              .kind = real,        .dim = kLen, .measure = 1,                              .def = "0",                          .active = "UseAxialThickness",                                                                                            .group = kTol,           .desc = "Thickness of the set along the tool axis."},
-    {.path = "ThicknessSetValues[].Mode",                .legacy = "mode",                    .label = "Mode",                         .kind = enumeration, .states = kSetModeStates,                               .def = "machine",                                                                                                                                              .group = kTol,           .desc = "How the components of the set are treated."},
-    {.path = "ThicknessSetValues[].Selection",           .legacy = "selection",               .label = "Selection",                    .kind = map,                                                                                                                                                                                                                                .group = kTol,           .desc = "Components that belong to the set."},
-    {.path = "ThicknessSetValues[].Selection.Colour",    .legacy = "colour",                  .label = "Colour",                       .kind = integer,     .range = kColour,                                       .def = "-1",                                                                                                                                                   .group = kTol,           .desc = "Colour of the components of the set as a red, green and blue value; -1 when the set is not chosen by colour."},
-    {.path = "ThicknessSetValues[].Selection.LevelName", .legacy = "levelname",               .label = "Level",                        .kind = string,                                                                                                                                                                                                                             .group = kTol,           .desc = "Level or set whose components belong to the set; empty when the set is not chosen by level."},
-    {.path = "ThicknessSetValues[].Selection.ModelName", .legacy = "modelname",               .label = "Model",                        .kind = string,                                                                                                                                                                                                                             .group = kTol,           .desc = "Model whose components belong to the set; empty when the set is not chosen by model."},
-    {.path = "ThicknessSetValues[].Approximate",         .legacy = "approximate",             .label = "Approximate",                  .kind = flag,                                                                .def = "0",                                                                                                                                                    .group = kTol,           .desc = "If true then the thickness of the set is applied approximately, which is faster."},
-    {.path = "ThicknessSetValues[].Value",               .legacy = "value",                   .label = "Components",                   .kind = string,                                                                                                                                                                                                                             .group = "Debug",        .desc = "Identifiers of the components in the set."},
-    {.path = "Angle",                                    .legacy = "angle",                   .label = "Upper Angle",                  .kind = angle,       .range = kQuarter,                                      .def = "30",                         .active = "Type=='shallow'",                                                                                              .group = "Machining",    .desc = "Surfaces steeper than this angle from the horizontal are left out of the shallow region."},
-    {.path = "MinAngle",                                 .legacy = "min_angle",               .label = "Lower Angle",                  .kind = angle,       .range = kQuarter,                                      .def = "0",                          .active = "Type=='shallow'",                                                                                              .group = "Machining",    .desc = "Surfaces shallower than this angle from the horizontal are left out of the shallow region."},
-    {.path = "Tool",                                     .legacy = "tool",                    .label = "Tool",                         .kind = ref,         .type = "tool",                                                                              .active = "Type!='block' AND Type!='user' AND Type!='boolean_operation'",                                                 .group = "Machining",    .desc = "Tool for which the boundary is calculated."},
-    {.path = "ReferenceTool",                            .legacy = "ref_tool",                .label = "Reference Tool",               .kind = ref,         .type = "tool",                                                                              .active = "Type=='rest' OR Type=='penciled_in_rest'",                                                                     .group = "Machining",    .desc = "Tool that machined before; the boundary encloses the material it left."},
-    {.path = "ThresholdThickness",                       .legacy = "thicker_than",            .label = "Detect Material Thicker Than", .kind = real,        .dim = kLen, .measure = 1, .range = kapDeclNonNegative, .def = "0",                          .active = "Type=='rest' OR Type=='penciled_in_rest'",                                                                     .group = "Machining",    .desc = "Rest material thinner than this is ignored."},
-    {.path = "Offset",                                   .legacy = "offset",                  .label = "Expand Area By",               .kind = real,        .dim = kLen, .measure = 1, .range = kapDeclNonNegative, .def = "0",                          .active = "Type=='rest' OR Type=='stockmodel_rest' OR Type=='penciled_in_rest'",                                          .group = "Machining",    .desc = "Distance by which the rest regions are enlarged."},
-    {.path = "Rollover",                                 .legacy = "rollover",                .label = "Allow Tool Rollover",          .kind = flag,                                                                .def = "0",                          .active = "Type=='selected'",                                                                                             .group = "Machining",    .desc = "If true then the tool may roll over the edges of the selected surfaces."},
-    {.path = "VerticalUp",                               .legacy = "vertical_up",             .label = "Include Vertical Walls",       .kind = flag,                                                                .def = "0",                          .active = "Type=='shallow'",                                                                                              .group = "Machining",    .desc = "If true then vertical walls are included in the shallow region."},
-    {.path = "SelectedSurfacesList",                     .legacy = "selectedsurfaceslist",    .label = "Selected Surfaces",            .kind = string,                                                                                                   .active = "Type=='selected'",                                                                                             .group = "Boundary",     .desc = "Surfaces around which the boundary is calculated."},
-    {.path = "CollisionCheck",                           .legacy = "holder_check",            .label = "Collision Check",              .kind = flag,                                                                .def = "0",                          .active = "Type!='block' AND Type!='user' AND Type!='boolean_operation' AND Type!='collision'",                           .group = "Machining",    .desc = "If true then the shank and holder are checked for collisions with the model."},
-    {.path = "Clearance",                                .legacy = "clearance",               .label = "Clearance",                    .kind = map,                                                                                                      .active = "CollisionCheck OR Type=='collision'",                                                                          .group = "Machining",    .desc = "Clearances kept between the model and the parts of the tool."},
-    {.path = "Clearance.Shank",                          .legacy = "shank",                   .label = "Shank Clearance",              .kind = real,        .dim = kLen, .measure = 1, .range = kapDeclNonNegative, .def = "2", .def_inch = "0.08",                                                                                                                                .group = "Machining",    .desc = "Clearance between the model and the tool shank."},
-    {.path = "Clearance.Holder",                         .legacy = "holder",                  .label = "Holder Clearance",             .kind = real,        .dim = kLen, .measure = 1, .range = kapDeclNonNegative, .def = "5", .def_inch = "0.2",                                                                                                                                 .group = "Machining",    .desc = "Clearance between the model and the tool holder."},
-    {.path = "Clearance.Head",                           .legacy = "head",                    .label = "Head Clearance",               .kind = real,        .dim = kLen, .measure = 1, .range = kapDeclNonNegative, .def = "5", .def_inch = "0.2",                                                                                                                                 .group = "Machining",    .desc = "Clearance between the model and the machine head."},
-    {.path = "StockModelState",                          .legacy = "stockmodel",              .label = "Stock Model",                  .kind = map,                                                                                                      .active = "Type=='stockmodel_rest'",                                                                                      .group = "Machining",    .desc = "Stock model state from which the rest material is taken."},
-    {.path = "StockModelState.StockModel",               .legacy = "id",                      .label = "Stock Model",                  .kind = ref,         .type = "stockmodel",                                                                                                                                                                                                  .group = "Machining",    .desc = "Stock model from which the rest material is taken."},
-    {.path = "StockModelState.Entity",                   .legacy = "state",                   .label = "State",                        .kind = string,                                                                                                                                                                                                                             .group = "Machining",    .desc = "State of the stock model to use, named by the entity applied in it; empty for its latest state."},
-    {.path = "StockModelThickerThan",                    .legacy = "stockmodel_thicker_than", .label = "Detect Material Thicker Than", .kind = real,        .dim = kLen, .measure = 1, .range = kapDeclNonNegative, .def = "0",                          .active = "Type=='stockmodel_rest'",                                                                                      .group = "Machining",    .desc = "Stock model material thinner than this is ignored."},
-    {.path = "EdgeTolerance",                            .legacy = "edge_tolerance",          .label = "Edge Tolerance",               .kind = real,        .dim = kLen, .measure = 1, .range = kPositive,          .def = "0.01", .def_inch = "0.0004", .active = "Type=='selected'",                                                                                             .group = kTol,           .desc = "Distance within which the edges of the selected surfaces are joined."},
-    {.path = "Limit",                                    .legacy = "limit",                   .label = "Limit",                        .kind = map,                                                                                                      .active = "Type!='block' AND Type!='user'",                                                                               .group = "Machining",    .desc = "Limits the boundary by another boundary."},
-    {.path = "Limit.Limiting",                           .legacy = "limiting",                .label = "Limit to Boundary",            .kind = flag,                                                                .def = "0",                                                                                                                                                    .group = "Machining",    .desc = "If true then the boundary is limited by the limiting boundary."},
-    {.path = "Limit.Mode",                               .legacy = "mode",                    .label = "Keep",                         .kind = enumeration, .states = kLimitModeStates,                             .def = "inside",                     .active = "Limit.Limiting",                                                                                               .group = "Machining",    .desc = "Which side of the limiting boundary is kept."},
-    {.path = "Limit.Boundary",                           .legacy = "boundary",                .label = "Limiting Boundary",            .kind = ref,         .type = "boundary",                                                                          .active = "Limit.Limiting",                                                                                               .group = "Machining",    .desc = "Boundary by which this boundary is limited."},
-    {.path = "BlockLimiting",                            .legacy = "blocklimiting",           .label = "Limit to Block",               .kind = flag,                                                                .def = "1",                          .active = "Type!='block' AND Type!='user'",                                                                               .group = "Block",        .desc = "If true then the boundary is limited to the block."},
-    {.path = "ContactPointBoundary",                     .legacy = "contactpointboundary",    .label = "Contact Point Boundary",       .kind = ref,         .type = "boundary",                                                                          .active = "Type=='contact_conv'",                                                                                         .group = "Boundary",     .desc = "Contact point boundary that is converted for the tool."},
-    {.path = "BooleanOperation",                         .legacy = "booleanoperation",        .label = "Boolean Operation",            .kind = map,                                                                                                      .active = "Type=='boolean_operation'",                                                                                    .group = "Boundary",     .desc = "Boolean operation between two reference boundaries."},
-    {.path = "BooleanOperation.Type",                    .legacy = "type",                    .label = "Operation",                    .kind = enumeration, .states = kBooleanStates,                               .def = "union",                                                                                                                                                .group = "Boundary",     .desc = "Boolean operation applied to the two boundaries."},
-    {.path = "BooleanOperation.BoundaryA",               .legacy = "boundarya",               .label = "Boundary A",                   .kind = ref,         .type = "boundary",                                                                                                                                                                                                    .group = "Boundary",     .desc = "First boundary of the operation."},
-    {.path = "BooleanOperation.BoundaryB",               .legacy = "boundaryb",               .label = "Boundary B",                   .kind = ref,         .type = "boundary",                                                                                                                                                                                                    .group = "Boundary",     .desc = "Second boundary of the operation."},
-    {.path = "Halden",                                   .legacy = "halden",                  .label = "Halden",                       .kind = map,                                                                                                      .active = "Type=='halden'",                                                                                               .group = "Boundary",     .desc = "Parameters of a Halden boundary."},
-    {.path = "Halden.Type",                              .legacy = "type",                    .label = "Type",                         .kind = enumeration, .states = kHaldenTypeStates,                            .def = "slope",                                                                                                                                                .group = "Boundary",     .desc = "Regions from which the Halden boundary is built."},
-    {.path = "Halden.ContactPointBoundary",              .legacy = "contactpointboundary",    .label = "Contact Point Boundary",       .kind = ref,         .type = "boundary",                                                                                                                                                                                                    .group = "Boundary",     .desc = "Contact point boundary to which the Halden boundary is limited."},
-    {.path = "Halden.Offset",                            .legacy = "offset",                  .label = "Offset",                       .kind = real,        .dim = kLen, .measure = 1,                              .def = "0",                                                                                                                                                    .group = "Boundary",     .desc = "Distance by which the Halden boundary is offset."},
-    {.path = "Halden.ToolContainment",                   .legacy = "toolcontainment",         .label = "Tool Containment",             .kind = enumeration, .states = kContainmentStates,                           .def = "centre",                                                                                                                                               .group = "Boundary",     .desc = "Which part of the tool the boundary contains."},
-    {.path = "Halden.Slope",                             .legacy = "slope",                   .label = "Slope",                        .kind = map,                                                                                                      .active = "Halden.Type=='slope' OR Halden.Type=='slope_rest'",                                                            .group = "Boundary",     .desc = "Range of surface slopes that the boundary includes."},
-    {.path = "Halden.Slope.Minimum",                     .legacy = "minimum",                 .label = "Minimum Angle",                .kind = angle,       .range = kQuarter,                                      .def = "0",                                                                                                                                                    .group = "Boundary",     .desc = "Smallest slope from the horizontal that is included."},
-    {.path = "Halden.Slope.Maximum",                     .legacy = "maximum",                 .label = "Maximum Angle",                .kind = angle,       .range = kQuarter,                                      .def = "90",                                                                                                                                                   .group = "Boundary",     .desc = "Largest slope from the horizontal that is included."},
-    {.path = "Halden.RestMachining",                     .legacy = "restmachining",           .label = "Rest Machining",               .kind = map,                                                                                                      .active = "Halden.Type=='rest' OR Halden.Type=='slope_rest'",                                                             .group = "Boundary",     .desc = "Rest machining options of the Halden boundary."},
-    {.path = "Halden.RestMachining.RestSurfaces",        .legacy = "restsurfaces",            .label = "Rest Surfaces Only",           .kind = flag,                                                                .def = "0",                                                                                                                                                    .group = "Boundary",     .desc = "If true then only surfaces that hold rest material are used."},
-    {.path = "Halden.RestMachining.Adjustment",          .legacy = "adjustment",              .label = "Adjust Rest Regions",          .kind = flag,                                                                .def = "0",                                                                                                                                                    .group = "Boundary",     .desc = "If true then the rest regions are enlarged by the adjustment offset."},
-    {.path = "Halden.RestMachining.AdjustmentOffset",    .legacy = "adjustmentoffset",        .label = "Adjustment Offset",            .kind = real,        .dim = kLen, .measure = 1, .range = kapDeclNonNegative, .def = "0",                          .active = "Halden.RestMachining.Adjustment",                                                                              .group = "Boundary",     .desc = "Distance by which the rest regions are enlarged."},
-    {.path = "Halden.RestMachining.UsingRestTool",       .legacy = "usingresttool",           .label = "Use Rest Tool",                .kind = flag,                                                                .def = "0",                                                                                                                                                    .group = "Boundary",     .desc = "If true then the rest regions are calculated for the rest tool described below."},
-    {.path = "Halden.RestMachining.CornerRadius",        .legacy = "cornerradius",            .label = "Corner Radius",                .kind = real,        .dim = kLen, .measure = 1, .range = kapDeclNonNegative, .def = "0",                          .active = "Halden.RestMachining.UsingRestTool",                                                                           .group = "Boundary",     .desc = "Corner radius of the rest tool."},
-    {.path = "Halden.RestMachining.CutterRadius",        .legacy = "cutterradius",            .label = "Cutter Radius",                .kind = real,        .dim = kLen, .measure = 1, .range = kPositive,          .def = "5", .def_inch = "0.2",       .active = "Halden.RestMachining.UsingRestTool",                                                                           .group = "Boundary",     .desc = "Radius of the rest tool."},
-    {.path = "Halden.RestMachining.ShoulderLength",      .legacy = "shoulderlength",          .label = "Shoulder Length",              .kind = real,        .dim = kLen, .measure = 1, .range = kapDeclNonNegative, .def = "20", .def_inch = "0.8",      .active = "Halden.RestMachining.UsingRestTool",                                                                           .group = "Boundary",     .desc = "Length of the cutting part of the rest tool."},
-    {.path = "Halden.RestMachining.TaperAngle",          .legacy = "taperangle",              .label = "Taper Angle",                  .kind = angle,       .range = kTaper,                                        .def = "0",                          .active = "Halden.RestMachining.UsingRestTool",                                                                           .group = "Boundary",     .desc = "Taper angle of the rest tool."},
-    {.path = "Edited",                                   .legacy = "edited",                  .label = "Edited",                       .kind = flag,                                                                .def = "0",                                                                                                                                                    .group = "Active",       .desc = "If true then the boundary has been edited since it was calculated."},
-    {.path = "Computed",                                 .legacy = "computed",                .label = "Calculated",                   .kind = flag,                                                                .def = "0",                                                                                                                                                    .group = "Active",       .desc = "If true then the boundary has been calculated."},
-    {.path = "BadSurfaces",                              .legacy = "badsurfaces",             .label = "Bad Surfaces",                 .kind = map,                                                                                                                                                                                                                                .group = "Bad Surfaces", .desc = "Surfaces that could not be used when the boundary was calculated."},
-    {.path = "BadSurfaces.Number",                       .legacy = "number",                  .label = "Number",                       .kind = integer,     .range = kapDeclNonNegative,                            .def = "0",                                                                                                                                                    .group = "Bad Surfaces", .desc = "Number of bad surfaces."},
-    {.path = "BadSurfaces.List",                         .legacy = "list",                    .label = "Surfaces",                     .kind = string,                                                                                                                                                                                                                             .group = "Bad Surfaces", .desc = "Names of the bad surfaces."},
-    {.path = "Error",                                    .legacy = "error",                   .label = "Error",                        .kind = string,                                                                                                                                                                                                                             .group = "Active",       .desc = "Message of the last failed calculation; empty when it succeeded."},
-    {.path = "Private",                                  .legacy = "private",                 .label = "Private",                      .kind = flag,                                                                .def = "0",                                                                                                                                                    .group = "General",      .desc = "If true then the boundary belongs to one toolpath and is not listed in the project."},
-    {.path = "AvailablePrivate",                         .legacy = "availableprivate",        .label = "Can Be Private",               .kind = flag,                                                                .def = "0",                                                                                                                                                    .group = "Debug",        .desc = "If true then the boundary can be made private to a toolpath."},
-    {.path = "History",                                  .legacy = "history",                 .label = "History",                      .kind = map,                                                                                                                                                                                                                                .group = "Debug",        .desc = "Resources used by the last calculation."},
-    {.path = "History.TotalMemory",                      .legacy = "totalmemory",             .label = "Total Memory",                 .kind = integer,     .range = kapDeclNonNegative,                            .def = "0",                                                                                                                                                    .group = "Debug",        .desc = "Memory used by the last calculation, in megabytes."},
-    {.path = "History.NumberOfCores",                    .legacy = "numberofcores",           .label = "Number of Cores",              .kind = integer,     .range = kapDeclNonNegative,                            .def = "0",                                                                                                                                                    .group = "Debug",        .desc = "Number of processor cores used by the last calculation."},
-    {.path = "Exclusive",                                .legacy = "exclusive",               .label = "Exclusive Toolpath",           .kind = ref,         .type = "toolpath",                                                                                                                                                                                                    .group = "General",      .desc = "Toolpath that uses the boundary exclusively; the boundary's tolerance, thickness and tool then follow that toolpath."},
-};
+KAP_TABLE(kRows)
+//        Path          Label           Default(s)            Active
+//          Description, extras
+KAP_FLAG ("AutoReplay", "Replay Edits", "1",                  "",
+          "If true then the edits are replayed when the boundary is recalculated.", kGeneral)
+KAP_ENUM ("Type",       "Type",         kTypeStates, "block", "", "Type of boundary.")
+
+// The block
+KAP_MAP    ("Block",                    "Block",
+            "Type=='block' OR (BlockLimiting AND Type!='user')",
+            "Block from which the boundary is calculated or to which it is limited.", kBlock)
+KAP_ENUM   ("Block.CoordinateSystem",   "Coordinate System", kCoordinateStates, "active_workplane", "",
+            "Coordinate system in which the block is defined.")
+KAP_REF    ("Block.NamedWorkplane",     "Workplane",         "workplane",
+            "Block.CoordinateSystem=='named_workplane'", "Workplane in which the block is defined.")
+KAP_ENUM   ("Block.Type",               "Type",              kBlockTypeStates, "box",               "",
+            "Shape of the block.")
+KAP_MAP    ("Block.Limits",             "Limits",                                                   "",
+            "Extents of the block.")
+KAP_LENGTH ("Block.Limits.XMin",        "X Minimum",         "0", "0",                              "Block.Type=='box'",
+            "Smallest X coordinate of the block.")
+KAP_LENGTH ("Block.Limits.XMax",        "X Maximum",         "0", "0",                              "Block.Type=='box'",
+            "Largest X coordinate of the block.")
+KAP_LENGTH ("Block.Limits.YMin",        "Y Minimum",         "0", "0",                              "Block.Type=='box'",
+            "Smallest Y coordinate of the block.")
+KAP_LENGTH ("Block.Limits.YMax",        "Y Maximum",         "0", "0",                              "Block.Type=='box'",
+            "Largest Y coordinate of the block.")
+KAP_LENGTH ("Block.Limits.ZMin",        "Z Minimum",         "0", "0",                              "",
+            "Smallest Z coordinate of the block.")
+KAP_LENGTH ("Block.Limits.ZMax",        "Z Maximum",         "0", "0",                              "",
+            "Largest Z coordinate of the block.")
+KAP_MAP    ("Block.AzimuthAngle",       "Azimuth Angle",
+            "Block.Type=='revolution'", "Range of azimuth angles over which the curve is revolved.")
+KAP_ANGLE  ("Block.AzimuthAngle.Start", "Start",             "0",                                   "",
+            "Azimuth angle at which the revolution starts.", Range(kTurn))
+KAP_ANGLE  ("Block.AzimuthAngle.End",   "End",               "360",                                 "",
+            "Azimuth angle at which the revolution ends.", Range(kTurn))
+KAP_REF    ("Block.Boundary",           "Boundary",          "boundary",
+            "Block.Type=='boundary'", "Boundary that defines the block.")
+KAP_DATA   ("Block.BoundaryData",       "Boundary Data",     "boundary",
+            "Block.Type=='boundary'", "Copy of the boundary that defines the block.", kDebug)
+KAP_DATA   ("Block.TriangleData",       "Triangle Data",     "triangles",
+            "Block.Type=='triangles'", "Triangles that define the block.", kDebug)
+KAP_DATA   ("Block.CurveData",          "Curve Data",        "curve",
+            "Block.Type=='revolution'", "Curve that is revolved to make the block.", kDebug)
+KAP_PATH   ("Block.FileName",           "File Name",         "",
+            "Block.Type=='triangles'", "File from which the block triangles were read.")
+KAP_LENGTH ("Block.Diameter",           "Diameter",          "100", "4",
+            "Block.Type=='cylinder'", "Diameter of the cylinder.", Range(kapDeclNonNegative))
+KAP_LENGTH ("Block.InnerDiameter",      "Inner Diameter",    "0", "0",
+            "Block.Type=='cylinder'", "Diameter of the hole through the cylinder; 0 for a solid cylinder.",
+            Range(kapDeclNonNegative))
+KAP_MAP    ("Block.Centre",             "Centre",
+            "Block.Type=='cylinder'", "Centre of the base of the cylinder.")
+KAP_LENGTH ("Block.Centre.X",           "X",                 "0", "0",                              "",
+            "X coordinate of the centre.")
+KAP_LENGTH ("Block.Centre.Y",           "Y",                 "0", "0",                              "",
+            "Y coordinate of the centre.")
+KAP_LENGTH ("Block.Centre.Z",           "Z",                 "0", "0",                              "",
+            "Z coordinate of the centre.")
+
+// Workplane, model state, user parameters
+KAP_REF      ("Workplane",            "Workplane",       "workplane",               "",
+              "Workplane in which the boundary is defined.", kGeneral)
+KAP_ENUM     ("NonIgnoredModelState", "Model Changed",   kModelStates, "unchanged", "",
+              "The non-ignored model state change since calculation.", kDebug)
+KAP_OPEN_MAP ("UserParameters",       "User Parameters",                            "",
+              "User defined parameters", Legacy("userpars"), kGeneral)
+
+// Tolerance and thickness
+KAP_LENGTH ("Tolerance",                   "Tolerance",             "0.1", "0.002",
+            "Type!='block'", "Determines how accurately the boundary is calculated.", kTolerance, Range(kPositive))
+KAP_LENGTH ("Thickness",                   "Thickness",             "0", "0",
+            "Type!='block' AND Type!='user' AND Type!='boolean_operation' AND Type!='contact_point'", "Thickness.",
+            kTolerance)
+KAP_FLAG   ("UseAxialThickness",           "Use Axial Thickness",   "0",
+            "Type!='block' AND Type!='user' AND Type!='boolean_operation' AND Type!='contact_point'",
+            "If true then a separate thickness is used along the tool axis.", Legacy("use_axial_thickness"), kTolerance)
+KAP_LENGTH ("AxialThickness",              "Axial Thickness",       "0", "0",
+            "UseAxialThickness AND Type!='block' AND Type!='user' AND Type!='boolean_operation' AND "
+            "Type!='contact_point'", "Thickness along the tool axis.", Legacy("axial_thickness"), kTolerance)
+KAP_LENGTH ("VerticalTolerance",           "Vertical Tolerance",    "0.1", "0.004",
+            "Type=='shallow'", "Distance within which a wall counts as vertical.", kTolerance, Range(kPositive))
+KAP_ANGLE  ("VerticalAngle",               "Vertical Angle",        "89",
+            "Type=='shallow'", "Surfaces steeper than this angle from the horizontal count as vertical.", kTolerance,
+            Range(kQuarter))
+KAP_LENGTH ("MaxDeviation",                "Maximum Deviation",     "0", "0",
+            "Type!='block' AND Type!='user'",
+            "Largest distance by which the calculated boundary may differ from the exact one.",
+            Legacy("max_possible_error"), kTolerance, Range(kapDeclNonNegative))
+KAP_MAP    ("Mesh",                        "Mesh",
+            "Type!='block' AND Type!='user' AND Type!='boolean_operation'",
+            "Triangle mesh on which the boundary is calculated.", kTolerance)
+KAP_MAP    ("Mesh.MaxTriangleSize",        "Maximum Triangle Size",                                        "",
+            "Limit on the size of the mesh triangles.")
+KAP_REAL   ("Mesh.MaxTriangleSize.Factor", "Factor",                "10",
+            "Mesh.MaxTriangleSize.Active", "Longest triangle edge as a multiple of the tolerance.", Range(kPositive))
+KAP_FLAG   ("Mesh.MaxTriangleSize.Active", "Limit Triangle Size",   "0",                                   "",
+            "If true then the size of the mesh triangles is limited.")
+KAP_LENGTH ("Mesh.MaxTriangleSize.Value",  "Size",                  "1", "0.04",
+            "Mesh.MaxTriangleSize.Active",
+            "Longest triangle edge; the smaller of this and the factor times the tolerance is used.", Range(kPositive))
+KAP_FLAG   ("ThicknessSets",               "Use Thickness Sets",    "0",
+            "Type!='block' AND Type!='user' AND Type!='boolean_operation' AND Type!='contact_point'",
+            "If true then the thickness is given separately for sets of components.", kTolerance)
+KAP_ARRAY  ("ThicknessSetValues",          kapBoundaryPar::kThicknessSets, ThicknessSet, "Thickness Sets",
+            "ThicknessSets", "Thicknesses of the sets of components.", kTolerance)
+
+// Tool, rest material, collisions, stock model
+KAP_ANGLE  ("Angle",                      "Upper Angle",                  "30",             "Type=='shallow'",
+            "Surfaces steeper than this angle from the horizontal are left out of the shallow region.", kMachining,
+            Range(kQuarter))
+KAP_ANGLE  ("MinAngle",                   "Lower Angle",                  "0",              "Type=='shallow'",
+            "Surfaces shallower than this angle from the horizontal are left out of the shallow region.",
+            Legacy("min_angle"), kMachining, Range(kQuarter))
+KAP_REF    ("Tool",                       "Tool",                         "tool",
+            "Type!='block' AND Type!='user' AND Type!='boolean_operation'",
+            "Tool for which the boundary is calculated.", kMachining)
+KAP_REF    ("ReferenceTool",              "Reference Tool",               "tool",
+            "Type=='rest' OR Type=='penciled_in_rest'",
+            "Tool that machined before; the boundary encloses the material it left.", Legacy("ref_tool"), kMachining)
+KAP_LENGTH ("ThresholdThickness",         "Detect Material Thicker Than", "0", "0",
+            "Type=='rest' OR Type=='penciled_in_rest'", "Rest material thinner than this is ignored.",
+            Legacy("thicker_than"), kMachining, Range(kapDeclNonNegative))
+KAP_LENGTH ("Offset",                     "Expand Area By",               "0", "0",
+            "Type=='rest' OR Type=='stockmodel_rest' OR Type=='penciled_in_rest'",
+            "Distance by which the rest regions are enlarged.", kMachining, Range(kapDeclNonNegative))
+KAP_FLAG   ("Rollover",                   "Allow Tool Rollover",          "0",              "Type=='selected'",
+            "If true then the tool may roll over the edges of the selected surfaces.", kMachining)
+KAP_FLAG   ("VerticalUp",                 "Include Vertical Walls",       "0",              "Type=='shallow'",
+            "If true then vertical walls are included in the shallow region.", Legacy("vertical_up"), kMachining)
+KAP_STRING ("SelectedSurfacesList",       "Selected Surfaces",            "",               "Type=='selected'",
+            "Surfaces around which the boundary is calculated.")
+KAP_FLAG   ("CollisionCheck",             "Collision Check",              "0",
+            "Type!='block' AND Type!='user' AND Type!='boolean_operation' AND Type!='collision'",
+            "If true then the shank and holder are checked for collisions with the model.", Legacy("holder_check"),
+            kMachining)
+KAP_MAP    ("Clearance",                  "Clearance",
+            "CollisionCheck OR Type=='collision'", "Clearances kept between the model and the parts of the tool.",
+            kMachining)
+KAP_LENGTH ("Clearance.Shank",            "Shank Clearance",              "2", "0.08",      "",
+            "Clearance between the model and the tool shank.", Range(kapDeclNonNegative))
+KAP_LENGTH ("Clearance.Holder",           "Holder Clearance",             "5", "0.2",       "",
+            "Clearance between the model and the tool holder.", Range(kapDeclNonNegative))
+KAP_LENGTH ("Clearance.Head",             "Head Clearance",               "5", "0.2",       "",
+            "Clearance between the model and the machine head.", Range(kapDeclNonNegative))
+KAP_MAP    ("StockModelState",            "Stock Model",                                    "Type=='stockmodel_rest'",
+            "Stock model state from which the rest material is taken.", Legacy("stockmodel"), kMachining)
+KAP_REF    ("StockModelState.StockModel", "Stock Model",                  "stockmodel",     "",
+            "Stock model from which the rest material is taken.", Legacy("id"))
+KAP_STRING ("StockModelState.Entity",     "State",                        "",               "",
+            "State of the stock model to use, named by the entity applied in it; empty for its latest state.",
+            Legacy("state"))
+KAP_LENGTH ("StockModelThickerThan",      "Detect Material Thicker Than", "0", "0",         "Type=='stockmodel_rest'",
+            "Stock model material thinner than this is ignored.", Legacy("stockmodel_thicker_than"), kMachining,
+            Range(kapDeclNonNegative))
+KAP_LENGTH ("EdgeTolerance",              "Edge Tolerance",               "0.01", "0.0004", "Type=='selected'",
+            "Distance within which the edges of the selected surfaces are joined.", Legacy("edge_tolerance"),
+            kTolerance, Range(kPositive))
+
+// Limits
+KAP_MAP  ("Limit",          "Limit",                                         "Type!='block' AND Type!='user'",
+          "Limits the boundary by another boundary.", kMachining)
+KAP_FLAG ("Limit.Limiting", "Limit to Boundary", "0",                        "",
+          "If true then the boundary is limited by the limiting boundary.")
+KAP_ENUM ("Limit.Mode",     "Keep",              kLimitModeStates, "inside", "Limit.Limiting",
+          "Which side of the limiting boundary is kept.")
+KAP_REF  ("Limit.Boundary", "Limiting Boundary", "boundary",                 "Limit.Limiting",
+          "Boundary by which this boundary is limited.")
+KAP_FLAG ("BlockLimiting",  "Limit to Block",    "1",                        "Type!='block' AND Type!='user'",
+          "If true then the boundary is limited to the block.", kBlock)
+
+// Contact conversion, boolean operation, Halden boundary
+KAP_REF    ("ContactPointBoundary",                  "Contact Point Boundary", "boundary",
+            "Type=='contact_conv'", "Contact point boundary that is converted for the tool.")
+KAP_MAP    ("BooleanOperation",                      "Boolean Operation",
+            "Type=='boolean_operation'", "Boolean operation between two reference boundaries.")
+KAP_ENUM   ("BooleanOperation.Type",                 "Operation",              kBooleanStates, "union",      "",
+            "Boolean operation applied to the two boundaries.")
+KAP_REF    ("BooleanOperation.BoundaryA",            "Boundary A",             "boundary",                   "",
+            "First boundary of the operation.")
+KAP_REF    ("BooleanOperation.BoundaryB",            "Boundary B",             "boundary",                   "",
+            "Second boundary of the operation.")
+KAP_MAP    ("Halden",                                "Halden",
+            "Type=='halden'", "Parameters of a Halden boundary.")
+KAP_ENUM   ("Halden.Type",                           "Type",                   kHaldenTypeStates, "slope",   "",
+            "Regions from which the Halden boundary is built.")
+KAP_REF    ("Halden.ContactPointBoundary",           "Contact Point Boundary", "boundary",                   "",
+            "Contact point boundary to which the Halden boundary is limited.")
+KAP_LENGTH ("Halden.Offset",                         "Offset",                 "0", "0",                     "",
+            "Distance by which the Halden boundary is offset.")
+KAP_ENUM   ("Halden.ToolContainment",                "Tool Containment",       kContainmentStates, "centre", "",
+            "Which part of the tool the boundary contains.")
+KAP_MAP    ("Halden.Slope",                          "Slope",
+            "Halden.Type=='slope' OR Halden.Type=='slope_rest'", "Range of surface slopes that the boundary includes.")
+KAP_ANGLE  ("Halden.Slope.Minimum",                  "Minimum Angle",          "0",                          "",
+            "Smallest slope from the horizontal that is included.", Range(kQuarter))
+KAP_ANGLE  ("Halden.Slope.Maximum",                  "Maximum Angle",          "90",                         "",
+            "Largest slope from the horizontal that is included.", Range(kQuarter))
+KAP_MAP    ("Halden.RestMachining",                  "Rest Machining",
+            "Halden.Type=='rest' OR Halden.Type=='slope_rest'", "Rest machining options of the Halden boundary.")
+KAP_FLAG   ("Halden.RestMachining.RestSurfaces",     "Rest Surfaces Only",     "0",                          "",
+            "If true then only surfaces that hold rest material are used.")
+KAP_FLAG   ("Halden.RestMachining.Adjustment",       "Adjust Rest Regions",    "0",                          "",
+            "If true then the rest regions are enlarged by the adjustment offset.")
+KAP_LENGTH ("Halden.RestMachining.AdjustmentOffset", "Adjustment Offset",      "0", "0",
+            "Halden.RestMachining.Adjustment", "Distance by which the rest regions are enlarged.",
+            Range(kapDeclNonNegative))
+KAP_FLAG   ("Halden.RestMachining.UsingRestTool",    "Use Rest Tool",          "0",                          "",
+            "If true then the rest regions are calculated for the rest tool described below.")
+KAP_LENGTH ("Halden.RestMachining.CornerRadius",     "Corner Radius",          "0", "0",
+            "Halden.RestMachining.UsingRestTool", "Corner radius of the rest tool.", Range(kapDeclNonNegative))
+KAP_LENGTH ("Halden.RestMachining.CutterRadius",     "Cutter Radius",          "5", "0.2",
+            "Halden.RestMachining.UsingRestTool", "Radius of the rest tool.", Range(kPositive))
+KAP_LENGTH ("Halden.RestMachining.ShoulderLength",   "Shoulder Length",        "20", "0.8",
+            "Halden.RestMachining.UsingRestTool", "Length of the cutting part of the rest tool.",
+            Range(kapDeclNonNegative))
+KAP_ANGLE  ("Halden.RestMachining.TaperAngle",       "Taper Angle",            "0",
+            "Halden.RestMachining.UsingRestTool", "Taper angle of the rest tool.", Range(kTaper))
+
+// State of the calculation, links
+KAP_FLAG   ("Edited",                "Edited",             "0",        "",
+            "If true then the boundary has been edited since it was calculated.", kActive)
+KAP_FLAG   ("Computed",              "Calculated",         "0",        "",
+            "If true then the boundary has been calculated.", kActive)
+KAP_MAP    ("BadSurfaces",           "Bad Surfaces",                   "",
+            "Surfaces that could not be used when the boundary was calculated.", Group("Bad Surfaces"))
+KAP_INT    ("BadSurfaces.Number",    "Number",             "0",        "",
+            "Number of bad surfaces.", Range(kapDeclNonNegative))
+KAP_STRING ("BadSurfaces.List",      "Surfaces",           "",         "", "Names of the bad surfaces.")
+KAP_STRING ("Error",                 "Error",              "",         "",
+            "Message of the last failed calculation; empty when it succeeded.", kActive)
+KAP_FLAG   ("Private",               "Private",            "0",        "",
+            "If true then the boundary belongs to one toolpath and is not listed in the project.", kGeneral)
+KAP_FLAG   ("AvailablePrivate",      "Can Be Private",     "0",        "",
+            "If true then the boundary can be made private to a toolpath.", kDebug)
+KAP_MAP    ("History",               "History",                        "",
+            "Resources used by the last calculation.", kDebug)
+KAP_INT    ("History.TotalMemory",   "Total Memory",       "0",        "",
+            "Memory used by the last calculation, in megabytes.", Range(kapDeclNonNegative))
+KAP_INT    ("History.NumberOfCores", "Number of Cores",    "0",        "",
+            "Number of processor cores used by the last calculation.", Range(kapDeclNonNegative))
+KAP_REF    ("Exclusive",             "Exclusive Toolpath", "toolpath", "",
+            "Toolpath that uses the boundary exclusively; the boundary's tolerance, thickness and tool then follow "
+            "that toolpath.", kGeneral)
+KAP_END_TABLE
 // clang-format on
 
 }  // namespace

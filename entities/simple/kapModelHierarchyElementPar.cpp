@@ -1,29 +1,37 @@
 #include "kappar/kapModelHierarchyElementPar.h"
 
 #include "kappar/kapEntity.h"
+#include "kappar/kapSchemaNotation.h"
 
 namespace {
+using namespace kap_decl;
 
 constexpr std::string_view kGroup = "Model Hierarchy";
 
 // clang-format off
-constexpr kapDeclRow kElementRows[] = {
-    {.path = "Parent",             .legacy = "parent",             .label = "Parent",          .kind = kapDeclKind::string,                             .desc = "Path of the parent element in the model hierarchy; empty for the top element."},
-    {.path = "Name",               .legacy = "name",               .label = "Name",            .kind = kapDeclKind::string,                             .desc = "Name of this element of the model hierarchy."},
-    {.path = "Path",               .legacy = "path",               .label = "Path",            .kind = kapDeclKind::string,                             .desc = "Location of this element in the model hierarchy, from the top element down."},
-    {.path = "Children",           .legacy = "children",           .label = "Children",        .kind = kapDeclKind::array,                              .desc = "Elements nested below this one."},
-    {.path = "Parameters",         .legacy = "parameters",         .label = "Parameters",      .kind = kapDeclKind::open_map,                           .desc = "Parameters attached to this element."},
-    {.path = "ModelMetadata",      .legacy = "modelmetadata",      .label = "",                .kind = kapDeclKind::open_map,                           .desc = "Information about the model, as recorded by the application."},
-    {.path = "Workplanes",         .legacy = "workplanes",         .label = "Workplanes",      .kind = kapDeclKind::array,                              .desc = "Workplanes that belong to this element."},
-    {.path = "Components",         .legacy = "components",         .label = "Components",      .kind = kapDeclKind::data,     .type = "ModelCompList",  .desc = "Model components that belong to this element."},
-    {.path = "SelectedInGUI",      .legacy = "selectedingui",      .label = "Selected in GUI", .kind = kapDeclKind::flag,     .def = "0",               .desc = "Whether this element is selected in the model tree."},
-};
+KAP_TABLE(kElementRows)
+//            Path             Label              Default(s)       Active  Description
+KAP_STRING   ("Parent",        "Parent",          "",              "",
+              "Path of the parent element in the model hierarchy; empty for the top element.")
+KAP_STRING   ("Name",          "Name",            "",              "",     "Name of this element of the model hierarchy.")
+KAP_STRING   ("Path",          "Path",            "",              "",
+              "Location of this element in the model hierarchy, from the top element down.")
+KAP_OPEN_ARRAY("Children",     "Children",                         "",     "Elements nested below this one.")
+KAP_OPEN_MAP ("Parameters",    "Parameters",                       "",     "Parameters attached to this element.")
+KAP_OPEN_MAP ("ModelMetadata", "",                                 "",
+              "Information about the model, as recorded by the application.")
+KAP_OPEN_ARRAY("Workplanes",   "Workplanes",                       "",     "Workplanes that belong to this element.")
+KAP_DATA     ("Components",    "Components",      "ModelCompList", "",     "Model components that belong to this element.")
+KAP_FLAG     ("SelectedInGUI", "Selected in GUI", "0",             "",
+              "Whether this element is selected in the model tree.")
+KAP_END_TABLE
 
 // One entry of "Workplanes".
-constexpr kapDeclRow kWorkplaneRows[] = {
-    {.path = "Name",               .legacy = "name",               .label = "Name",      .kind = kapDeclKind::string,                      .desc = "Name of the workplane."},
-    {.path = "Workplane",          .legacy = "workplane",          .label = "Workplane", .kind = kapDeclKind::ref,    .type = "workplane", .desc = "The workplane entity this entry refers to."},
-};
+KAP_TABLE(kWorkplaneRows)
+//            Path             Label              Default(s)       Active  Description
+KAP_STRING   ("Name",          "Name",            "",              "",     "Name of the workplane.")
+KAP_REF      ("Workplane",     "Workplane",       "workplane",     "",     "The workplane entity this entry refers to.")
+KAP_END_TABLE
 // clang-format on
 
 // The element node's own declaration travels with the prototype, whose declaration every element

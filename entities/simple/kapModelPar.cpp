@@ -1,6 +1,9 @@
 #include "kappar/kapModelPar.h"
 
+#include "kappar/kapSchemaNotation.h"
+
 namespace {
+using namespace kap_decl;
 
 // The blanks around several descriptions are part of the schema as saved projects know it.
 // clang-format off
@@ -19,19 +22,32 @@ constexpr kapDeclState kOriginStates[] = {
     {"unknown",  "Unknown",  " A model whose origin we do not yet know. "},
 };
 
-constexpr kapDeclRow kRows[] = {
-    {.path = "Type",               .legacy = "type",               .label = "Type",                 .kind = kapDeclKind::enumeration, .states = kTypeStates,   .def = "unknown", .desc = "The type of model."},
-    {.path = "Origin",             .legacy = "origin",             .label = "Origin",               .kind = kapDeclKind::enumeration, .states = kOriginStates, .def = "unknown", .desc = "The origin of the model - where it came from."},
-    {.path = "Path",               .legacy = "path",               .label = "Path",                 .kind = kapDeclKind::path,                                                   .desc = "The location of the file the model was loaded from."},
-    {.path = "ImportTime",         .legacy = "importtime",         .label = "Import Time",          .kind = kapDeclKind::integer,                                .def = "0",       .desc = "The time when the model was imported."},
-    {.path = "ModificationTime",   .legacy = "modificationtime",   .label = "Modification Time",    .kind = kapDeclKind::integer,                                .def = "0",       .desc = "The time the model was last modified."},
-    {.path = "IsBroken",           .legacy = "isbroken",           .label = "Broken",               .kind = kapDeclKind::flag,                                   .def = "0",       .desc = " Whether or not the file the model was imported from contained errors. Broken models cannot be machined. "},
-    {.path = "HasBadSurface",      .legacy = "hasbadsurface",      .label = "Bad Surface",          .kind = kapDeclKind::flag,                                   .def = "0",       .desc = " Whether or not any of the components of the model failed to triangulate. Such models will not be machined. "},
-    {.path = "Translucency",       .legacy = "translucency",       .label = "Translucency",         .kind = kapDeclKind::integer,                                .def = "0",       .desc = "The percentage translucency at which the model should be shaded."},
-    {.path = "IsReferenceModel",   .legacy = "isreferencemodel",   .label = "Is Reference Model",   .kind = kapDeclKind::flag,                                   .def = "0",       .desc = " Whether or not the model is a reference model. Reference models are not considered for machining. "},
-    {.path = "NumberOfComponents", .legacy = "numberofcomponents", .label = "Number of Components", .kind = kapDeclKind::integer,                                .def = "0",       .desc = "The number of components in the model."},
-    {.path = "Components",         .legacy = "components",         .label = "Model::Components",    .kind = kapDeclKind::data, .type = "ModelCompList",                            .desc = "A list of the model's components"},
-};
+KAP_TABLE(kRows)
+//        Path                  Label                   Default(s)                Active
+//          Description, extras
+KAP_ENUM ("Type",               "Type",                 kTypeStates, "unknown",   "", "The type of model.")
+KAP_ENUM ("Origin",             "Origin",               kOriginStates, "unknown", "",
+          "The origin of the model - where it came from.")
+KAP_PATH ("Path",               "Path",                 "",                       "",
+          "The location of the file the model was loaded from.")
+KAP_INT  ("ImportTime",         "Import Time",          "0",                      "",
+          "The time when the model was imported.")
+KAP_INT  ("ModificationTime",   "Modification Time",    "0",                      "",
+          "The time the model was last modified.")
+KAP_FLAG ("IsBroken",           "Broken",               "0",                      "",
+          " Whether or not the file the model was imported from contained errors. Broken models cannot be machined. ")
+KAP_FLAG ("HasBadSurface",      "Bad Surface",          "0",                      "",
+          " Whether or not any of the components of the model failed to triangulate. Such models will not be "
+          "machined. ")
+KAP_INT  ("Translucency",       "Translucency",         "0",                      "",
+          "The percentage translucency at which the model should be shaded.")
+KAP_FLAG ("IsReferenceModel",   "Is Reference Model",   "0",                      "",
+          " Whether or not the model is a reference model. Reference models are not considered for machining. ")
+KAP_INT  ("NumberOfComponents", "Number of Components", "0",                      "",
+          "The number of components in the model.")
+KAP_DATA ("Components",         "Model::Components",    "ModelCompList",          "",
+          "A list of the model's components")
+KAP_END_TABLE
 // clang-format on
 
 constexpr std::string_view kHierarchy = "Hierarchy";

@@ -1,22 +1,34 @@
 #include "kappar/kapStockModelPar.h"
 
+#include "kappar/kapSchemaNotation.h"
+
 namespace {
+using namespace kap_decl;
 
-constexpr std::string_view kGeneral = "General";
-constexpr std::string_view kDebug = "Debug";
+// The lengths of a stock model take no measure mode.
+constexpr Measure kNoMeasure(-1);
+constexpr Range kNonNegative(kapDeclNonNegative);
 
-// Lengths with a range take no measure mode.
 // clang-format off
-constexpr kapDeclRow kRows[] = {
-    {.path = "Tolerance",          .legacy = "tolerance",          .label = "Tolerance",           .kind = kapDeclKind::real,    .dim = kapDimLength, .units = 0, .range = kapDeclNonNegative, .def = "0.1", .def_inch = "0.002",                  .desc = "Determines how accurately the boundary is calculated."},
-    {.path = "Stepover",           .legacy = "stepover",           .label = "Stepover",            .kind = kapDeclKind::real,    .dim = kapDimLength, .units = 0, .range = kapDeclNonNegative, .def = "2.0", .def_inch = "0.06",                   .desc = "Stepover at which stock model entity is being calculated."},
-    {.path = "Workplane",          .legacy = "workplane",          .label = "Workplane",           .kind = kapDeclKind::ref,                                      .type = "workplane",                                                      .desc = "Workplane."},
-    {.path = "ThresholdThickness", .legacy = "thresholdthickness", .label = "Threshold Thickness", .kind = kapDeclKind::real,    .dim = kapDimLength, .units = 0, .range = kapDeclNonNegative, .def = "0.2", .def_inch = "0.01",                   .desc = "Minimum thickness of rest material to find."},
-    {.path = "DetectOverhang",     .legacy = "detectoverhang",     .label = "Detect Overhang",     .kind = kapDeclKind::flag,                                     .def = "0",                                                               .desc = "Detect rest material in model overhang part."},
-    {.path = "Origin",             .legacy = "origin",             .label = "Stock Model Origin",  .kind = kapDeclKind::vector,  .dim = kapDimLength, .units = 0, .def = "(0;0;0)",                                                         .desc = "Stock model origin."},
-    {.path = "Error",              .legacy = "error",              .label = "Error",               .kind = kapDeclKind::string,                                                                          .group = kGeneral,                 .desc = "Error information."},
-    {.path = "NumberOfCores",      .legacy = "numberofcores",      .label = "Number Of Cores",     .kind = kapDeclKind::integer,                                  .def = "0",                            .group = kDebug,                   .desc = "Target number of CPU cores used during stockmodel calculation. An input value of 0 allows the strategy to set the value automatically."},
-};
+KAP_TABLE(kRows)
+//          Path                  Label                  Default(s)            Active
+//            Description, extras
+KAP_LENGTH ("Tolerance",          "Tolerance",           "0.1", "0.002",       "",
+            "Determines how accurately the boundary is calculated.", kNoMeasure, kNonNegative)
+KAP_LENGTH ("Stepover",           "Stepover",            "2.0", "0.06",        "",
+            "Stepover at which stock model entity is being calculated.", kNoMeasure, kNonNegative)
+KAP_REF    ("Workplane",          "Workplane",           "workplane",          "", "Workplane.")
+KAP_LENGTH ("ThresholdThickness", "Threshold Thickness", "0.2", "0.01",        "",
+            "Minimum thickness of rest material to find.", kNoMeasure, kNonNegative)
+KAP_FLAG   ("DetectOverhang",     "Detect Overhang",     "0",                  "",
+            "Detect rest material in model overhang part.")
+KAP_POINT  ("Origin",             "Stock Model Origin",  "(0;0;0)", "(0;0;0)", "", "Stock model origin.")
+KAP_STRING ("Error",              "Error",               "",                   "",
+            "Error information.", Group("General"))
+KAP_INT    ("NumberOfCores",      "Number Of Cores",     "0",                  "",
+            "Target number of CPU cores used during stockmodel calculation. An input value of 0 allows the strategy "
+            "to set the value automatically.", Group("Debug"))
+KAP_END_TABLE
 // clang-format on
 
 kapStockModelPar::state_param_fn& state_callback() {

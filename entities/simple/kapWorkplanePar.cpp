@@ -1,22 +1,25 @@
 #include "kappar/kapWorkplanePar.h"
 
-namespace {
+#include "kappar/kapSchemaNotation.h"
 
-constexpr std::string_view kDebug = "Debug";
+namespace {
+using namespace kap_decl;
 
 // clang-format off
-constexpr kapDeclRow kRows[] = {
-    {.path = "Origin",     .legacy = "origin",     .label = "Origin",            .kind = kapDeclKind::vector, .dim = kapDimLength, .units = 0, .def = "(0;0;0)",                 .desc = "Origin point."},
-    {.path = "XAxis",      .legacy = "xaxis",      .label = "X Direction",       .kind = kapDeclKind::vector, .dim = kapDimNone,   .units = 0, .def = "(1;0;0)",                 .desc = "X axis vector."},
-    {.path = "YAxis",      .legacy = "yaxis",      .label = "Y Direction",       .kind = kapDeclKind::vector, .dim = kapDimNone,   .units = 0, .def = "(0;1;0)",                 .desc = "Y axis vector."},
-    {.path = "ZAxis",      .legacy = "zaxis",      .label = "Z Direction",       .kind = kapDeclKind::vector, .dim = kapDimNone,   .units = 0, .def = "(0;0;1)",                 .desc = "Z axis vector."},
-    {.path = "XAngle",     .legacy = "xangle",     .label = "X Angle",           .kind = kapDeclKind::angle,  .dim = kapDimNone, .measure = 7, .def = "0",                       .desc = "X Axis Euler Angle."},
-    {.path = "YAngle",     .legacy = "yangle",     .label = "Y Angle",           .kind = kapDeclKind::angle,  .dim = kapDimNone, .measure = 7, .def = "0",                       .desc = "Y Axis Euler Angle."},
-    {.path = "ZAngle",     .legacy = "zangle",     .label = "Z Angle",           .kind = kapDeclKind::angle,  .dim = kapDimNone, .measure = 7, .def = "0",                       .desc = "Z Axis Euler Angle."},
-    {.path = "Elevation",  .legacy = "elevation",  .label = "Elevation",         .kind = kapDeclKind::angle,  .dim = kapDimNone, .measure = 7, .def = "0",                       .desc = "Elevation Angle."},
-    {.path = "Azimuth",    .legacy = "azimuth",    .label = "Azimuth Angle",     .kind = kapDeclKind::angle,  .dim = kapDimNone, .measure = 7, .def = "0",                       .desc = "Azimuth Angle."},
-    {.path = "VNAutoLock", .legacy = "vnautolock", .label = "Internal Workplane", .kind = kapDeclKind::flag,  .dim = kapDimNone,               .def = "0", .group = kDebug,    .desc = "Internal workplane originally a mirror of the world transform"},
-};
+KAP_TABLE(kRows)
+//          Path          Label                 Default(s)            Active  Description
+KAP_POINT  ("Origin",     "Origin",             "(0;0;0)", "(0;0;0)", "",     "Origin point.")
+KAP_VECTOR ("XAxis",      "X Direction",        "(1;0;0)",            "",     "X axis vector.")
+KAP_VECTOR ("YAxis",      "Y Direction",        "(0;1;0)",            "",     "Y axis vector.")
+KAP_VECTOR ("ZAxis",      "Z Direction",        "(0;0;1)",            "",     "Z axis vector.")
+KAP_ANGLE  ("XAngle",     "X Angle",            "0",                  "",     "X Axis Euler Angle.")
+KAP_ANGLE  ("YAngle",     "Y Angle",            "0",                  "",     "Y Axis Euler Angle.")
+KAP_ANGLE  ("ZAngle",     "Z Angle",            "0",                  "",     "Z Axis Euler Angle.")
+KAP_ANGLE  ("Elevation",  "Elevation",          "0",                  "",     "Elevation Angle.")
+KAP_ANGLE  ("Azimuth",    "Azimuth Angle",      "0",                  "",     "Azimuth Angle.")
+KAP_FLAG   ("VNAutoLock", "Internal Workplane", "0",                  "",
+            "Internal workplane originally a mirror of the world transform", Group("Debug"))
+KAP_END_TABLE
 // clang-format on
 
 }  // namespace

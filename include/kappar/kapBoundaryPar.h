@@ -71,6 +71,9 @@ class KAPPAR_API kapBoundaryPar : public kapEntityRoot<kapBoundaryPar> {
         std::string_view current;
     };
     static std::span<const Synonym> key_synonyms();
+    // Every path the boundary's code names: the synonym targets, then the paths of reset, the
+    // update steps and the lock rule.
+    static std::span<const std::string_view> named_paths();
 
   private:
     const kapPattern* boundary_ = nullptr;

@@ -5,19 +5,16 @@
 
 #include "kappar/kapEntity.h"
 
-class KAPPAR_API kapDrillingHolePar : public kapParameterRoot {
+class KAPPAR_API kapDrillingHolePar : public kapEntityRoot<kapDrillingHolePar> {
     UT_TYPE(kapDrillingHolePar, kapParameterRoot)
 
     static constexpr std::string_view kKind = "DrillingHole";
     static constexpr int kVersion = 0;
 
-    explicit kapDrillingHolePar(const utString& name);
+    explicit kapDrillingHolePar(const utString& name) : kapEntityRoot(name) { reset(); }
     kapDrillingHolePar(const kapDrillingHolePar& o) = default;
 
-    kapParameter* create_new() const override { return new kapDrillingHolePar(*this); }
     kapParameterPtr lookup_method(const kapParameterKey& key) const override {
         return kapParameterRoot::lookup_method(key);
     }
-    // Runs an empty declaration list.
-    void build_tree(kapParameter* parent) override;
 };

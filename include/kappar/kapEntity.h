@@ -19,7 +19,12 @@
 // first call), and build_tree, which copies the process-wide prototype tree declared once per
 // unit system from the class's rows (the rows run through kap_declare; a class may add
 // declarations of its own with a static `declare_more(kapParameter*)`). Every instance shares the
-// prototype's declarations.
+// prototype's declarations. A class without rows leaves out `schema()`; one without a loader or
+// updater of its own leaves out `Loader` / `Updater` and gets the framework's.
+//
+// The first entity built in each unit system checks its kind's tree (kap_check_declared): the
+// expressions of the rows, and the paths that the class's code names, which a class lists in a
+// static `named_paths()` (synonym targets, paths of loader rules, update steps and reset).
 
 #include <memory>
 #include <mutex>
@@ -48,6 +53,22 @@ template <class T>
 concept HasGroup = requires {
     T::kGroup;
 };
+template <class T>
+concept HasSchema = requires {
+    T::schema();
+};
+template <class T>
+concept HasNamedPaths = requires {
+    T::named_paths();
+};
+template <class T>
+concept HasLoader = requires {
+    typename T::Loader;
+};
+template <class T>
+concept HasUpdater = requires {
+    typename T::Updater;
+};
 }  // namespace kap_detail
 
 template <class Derived, class Base = kapParameterRoot>
@@ -60,19 +81,34 @@ class kapEntityRoot : public Base {
     kapParameter* create_new() const override {
         return new Derived(static_cast<const Derived&>(*this));
     }
-    kapParameterLoader* create_loader(kapPtrClaim, int version) override {
-        if (this->is_locked()) return nullptr;
-        return new typename Derived::Loader(*this, version);
+    kapParameterLoader* create_loader(kapPtrClaim claim, int version) override {
+        if constexpr (kap_detail::HasLoader<Derived>) {
+            if (this->is_locked()) return nullptr;
+            return new typename Derived::Loader(*this, version);
+        } else {
+            return Base::create_loader(claim, version);
+        }
     }
     kapParameterUpdater* get_updater() override {
-        static typename Derived::Updater updater;
-        return &updater;
+        if constexpr (kap_detail::HasUpdater<Derived>) {
+            static typename Derived::Updater updater;
+            return &updater;
+        } else {
+            return Base::get_updater();
+        }
     }
     void build_tree(kapParameter* parent) override {
         kapDeclarationScope scope(this);
         auto* map = kapParameterMap::ut_dynamic_cast(parent);
         if (map == nullptr) return;
         map->copy_children_from(prototype());
+        if (parent == this) {
+            if constexpr (kap_detail::HasNamedPaths<Derived>) {
+                kap_check_declared(*this, Derived::named_paths());
+            } else {
+                kap_check_declared(*this);
+            }
+        }
     }
 
     // The tree every instance starts from, in the current unit system.
@@ -84,7 +120,12 @@ class kapEntityRoot : public Base {
     static void declare_all(kapParameterRoot& proto) {
         std::string_view group;
         if constexpr (kap_detail::HasGroup<Derived>) group = Derived::kGroup;
-        kap_declare(&proto, Derived::schema(), group);
+        if constexpr (kap_detail::HasSchema<Derived>) {
+            utString failed, reason;
+            if (!kap_declare(&proto, Derived::schema(), group, &failed, &reason)) {
+                kap_schema_report(Derived::kKind, {failed + ": not declared, " + reason});
+            }
+        }
         if constexpr (kap_detail::HasDeclareMore<Derived>) Derived::declare_more(&proto);
     }
 };

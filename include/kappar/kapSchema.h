@@ -18,11 +18,15 @@
 //      through kapEvaluator::localize and stored with set_string;
 //   6. the range;
 //   7. added under its name.
+//
+// A length (a real of dimension length) whose metric default is a number other than 0 must give
+// its inch default as well: kap_declare refuses the row otherwise.
 
 #include <cstdint>
 #include <optional>
 #include <span>
 #include <string_view>
+#include <vector>
 
 #include "kappar/kappar_export.h"
 #include "kapparameter/kapParameter.h"
@@ -89,9 +93,34 @@ inline constexpr double kapDeclMaxDouble = 1.7976931348623157e308;
 inline constexpr kapRange kapDeclNonNegative{0.0, kapDeclMaxDouble, 0, 1};
 
 // Declares every row under `parent`, giving rows without a group `default_group`.
-// Answers false (and stops) at a row whose parent is not declared; the row's path is reported.
+// Answers false (and stops) at a row it refuses: one whose parent is not declared, a length with
+// a metric default other than 0 and no inch default. The row's path is reported in
+// `failed_path`, why it was refused in `reason`.
 KAPPAR_API bool kap_declare(kapParameter* parent, std::span<const kapDeclRow> rows,
-                            std::string_view default_group, utString* failed_path = nullptr);
+                            std::string_view default_group, utString* failed_path = nullptr,
+                            utString* reason = nullptr);
+
+// Checks a declared tree, appending one line per fault to `problems`:
+//   - every activity expression and every value held as an expression compiles, and every name
+//     it reads or calls resolves from the parameter that holds it, as evaluation finds names:
+//     among the siblings, then outward through the enclosing maps to the root ("RootPar.X" from
+//     the root), then through the root's lookup_method, then in the global evaluation scope.
+//     A path that passes through a reference reads another entity and is taken as it stands, and
+//     so is a path into a named entity of the global scope ("{toolpath}.X");
+//   - every path of `named_paths` (synonym targets, paths that loader rules, update steps and
+//     resets name) leads to a node of the tree.
+KAPPAR_API void kap_check_schema(const kapParameterRoot& root, std::vector<utString>& problems,
+                                 std::span<const std::string_view> named_paths = {});
+
+// Runs kap_check_schema on `entity`, a fresh entity of its kind, the first time it is called for
+// the kind in the current unit system, and records what it finds. Debug builds assert that a
+// kind's schema has no problems.
+KAPPAR_API void kap_check_declared(const kapParameterRoot& entity,
+                                   std::span<const std::string_view> named_paths = {});
+// Records problems of a kind's schema (kap_check_declared and the entity protocol use it).
+KAPPAR_API void kap_schema_report(std::string_view kind, const std::vector<utString>& problems);
+// The problems recorded for `kind` so far, in either unit system; empty when none.
+KAPPAR_API std::vector<utString> kap_schema_problems(std::string_view kind);
 
 // Bookkeeping that surrounds the declarations of an entity's build_tree: the root being
 // declared, the root's list of strings cleared, the declaration counter.

@@ -199,6 +199,8 @@ constexpr kapDeclRow row(kapDeclKind kind, std::string_view path, std::string_vi
 // An array of SIZE elements, each a map holding the rows of a block.
 #define KAP_ARRAY(PATH, SIZE, BLOCK, LABEL, ACTIVE, DESC, ...) \
     KAP_PAR(array, PATH, LABEL, "", "", ACTIVE, DESC, kap_decl::Size(SIZE), kap_decl::Rows(kapBlock_##BLOCK) __VA_OPT__(,) __VA_ARGS__)
+// An array whose elements are appended at run time: none are declared.
+#define KAP_OPEN_ARRAY(PATH, LABEL, ACTIVE, DESC, ...) KAP_PAR(array, PATH, LABEL, "", "", ACTIVE, DESC __VA_OPT__(,) __VA_ARGS__)
 // References to other entities and opaque data.
 #define KAP_REF(PATH, LABEL, KIND, ACTIVE, DESC, ...)  KAP_PAR(ref, PATH, LABEL, "", "", ACTIVE, DESC, kap_decl::Type(KIND) __VA_OPT__(,) __VA_ARGS__)
 #define KAP_DATA(PATH, LABEL, TYPE, ACTIVE, DESC, ...) KAP_PAR(data, PATH, LABEL, "", "", ACTIVE, DESC, kap_decl::Type(TYPE) __VA_OPT__(,) __VA_ARGS__)
