@@ -11,7 +11,7 @@
 #include <mutex>
 #include <unordered_map>
 
-#include "kapparameter/kapExpr.h"
+#include "kapExprProgram.h"
 #include "utils/utString.h"
 
 namespace {
@@ -47,8 +47,6 @@ constexpr Builtin builtins[] = {
     {"log",    1,  1},
 };
 // clang-format on
-constexpr std::uint32_t fn_select = 2;
-constexpr std::uint32_t fn_active = 3;
 
 int find_builtin(std::string_view name) noexcept {
     for (std::size_t i = 0; i < std::size(builtins); ++i) {
@@ -112,13 +110,7 @@ class kapExprParser {
             }
         }
         finish();
-        if (!failed()) {
-            int sp = 0, deepest = 0;
-            if (!emit(c_.root_, sp, deepest) || deepest > kapExprCompiled::fast_stack) {
-                c_.fast_.clear();
-            }
-            c_.fast_.shrink_to_fit();
-        }
+        if (!failed()) kap_expr_emit_program(c_);
     }
 
   private:
@@ -372,164 +364,11 @@ class kapExprParser {
         }
     }
 
-    // ---- postfix program (kapExprCompiled::fast_) ----
-
-    using FastOp = kapExprCompiled::FastOp;
-
-    std::uint32_t put(FastOp op, std::uint32_t a = 0, std::uint8_t n = 0, std::uint32_t b = 0) {
-        c_.fast_.push_back(kapExprCompiled::Fast{op, n, a, b});
-        return static_cast<std::uint32_t>(c_.fast_.size() - 1);
-    }
-    // A constant the program can hold: a number, a boolean or a text.
-    bool fast_constant(const kapExprCompiled::Node& nd) const {
-        if (nd.op != kapExprCompiled::Op::constant) return false;
-        const kapExprValue& v = c_.consts_[nd.a];
-        return v.is_number() || v.is_bool() || v.is_text();
-    }
-    // Whether node i always answers a boolean (or an error): then no conversion is needed.
-    bool yields_bool(std::uint32_t i) const {
-        using Op = kapExprCompiled::Op;
-        const kapExprCompiled::Node& nd = c_.nodes_[i];
-        switch (nd.op) {
-            case Op::eq:
-            case Op::ne:
-            case Op::lt:
-            case Op::gt:
-            case Op::le:
-            case Op::ge:
-            case Op::lnot:
-            case Op::land:
-            case Op::lor:
-                return true;
-            case Op::constant:
-                return c_.consts_[nd.a].is_bool();
-            default:
-                return false;
-        }
-    }
-    void land_here(std::uint32_t jump) {
-        c_.fast_[jump].a = static_cast<std::uint32_t>(c_.fast_.size());
-    }
-    static void grow(int& sp, int& deepest, int by) {
-        sp += by;
-        deepest = std::max(deepest, sp);
-    }
-
-    // Appends the program of the subtree under node i; `sp` follows the depth of the stack.
-    // False when the subtree has a part the program does not cover.
-    bool emit(std::uint32_t i, int& sp, int& deepest) {
-        using Op = kapExprCompiled::Op;
-        const kapExprCompiled::Node& nd = c_.nodes_[i];
-        switch (nd.op) {
-            case Op::constant: {
-                const kapExprValue& v = c_.consts_[nd.a];
-                if (v.is_number() || v.is_bool()) {
-                    const double x = v.number();
-                    std::uint64_t bits;
-                    std::memcpy(&bits, &x, sizeof bits);
-                    put(FastOp::number, static_cast<std::uint32_t>(bits), v.is_bool() ? 1 : 0,
-                        static_cast<std::uint32_t>(bits >> 32));
-                } else if (v.is_text()) {
-                    put(FastOp::constant, nd.a);
-                } else {
-                    return false;
-                }
-                grow(sp, deepest, 1);
-                return true;
-            }
-            case Op::name:
-                put(FastOp::name, nd.a);
-                grow(sp, deepest, 1);
-                return true;
-            case Op::neg:
-            case Op::pos:
-            case Op::lnot:
-                if (!emit(nd.a, sp, deepest)) return false;
-                put(nd.op == Op::neg ? FastOp::neg : nd.op == Op::pos ? FastOp::pos : FastOp::lnot);
-                return true;
-            case Op::land:
-            case Op::lor: {
-                if (!emit(nd.a, sp, deepest)) return false;
-                const std::uint32_t j = put(nd.op == Op::land ? FastOp::and_jump : FastOp::or_jump);
-                grow(sp, deepest, -1);
-                if (!emit(nd.b, sp, deepest)) return false;
-                if (!yields_bool(nd.b)) put(FastOp::to_bool);
-                land_here(j);
-                return true;
-            }
-            case Op::eq:
-            case Op::ne:
-            case Op::lt:
-            case Op::gt:
-            case Op::le:
-            case Op::ge: {
-                // A name compared with a constant: one step.
-                const auto how =
-                    static_cast<std::uint8_t>(static_cast<int>(nd.op) - static_cast<int>(Op::eq));
-                const kapExprCompiled::Node& l = c_.nodes_[nd.a];
-                const kapExprCompiled::Node& r = c_.nodes_[nd.b];
-                if (l.op == Op::name && fast_constant(r)) {
-                    put(FastOp::compare, l.a, how, r.a);
-                    grow(sp, deepest, 1);
-                    return true;
-                }
-                if (r.op == Op::name && fast_constant(l)) {
-                    put(FastOp::compare, r.a,
-                        static_cast<std::uint8_t>(how | kapExprCompiled::fast_swapped), l.a);
-                    grow(sp, deepest, 1);
-                    return true;
-                }
-                break;
-            }
-            case Op::call:
-                return false;
-            case Op::builtin:
-                break;
-            default:
-                break;
-        }
-        if (nd.op != Op::builtin) {
-            // The binary operators, in the order of their codes.
-            if (!emit(nd.a, sp, deepest) || !emit(nd.b, sp, deepest)) return false;
-            static constexpr FastOp ops[] = {FastOp::mul, FastOp::div, FastOp::add, FastOp::sub,
-                                             FastOp::eq,  FastOp::ne,  FastOp::lt,  FastOp::gt,
-                                             FastOp::le,  FastOp::ge};
-            put(ops[static_cast<int>(nd.op) - static_cast<int>(Op::mul)]);
-            grow(sp, deepest, -1);
-            return true;
-        }
-        const std::uint32_t* args = c_.args_.data() + nd.b;
-        if (nd.a == fn_select) {
-            if (!emit(args[0], sp, deepest)) return false;
-            const std::uint32_t to_else = put(FastOp::select_jump);
-            grow(sp, deepest, -1);
-            if (!emit(args[1], sp, deepest)) return false;
-            const std::uint32_t to_end = put(FastOp::jump);
-            grow(sp, deepest, -1);
-            land_here(to_else);
-            if (!emit(args[2], sp, deepest)) return false;
-            land_here(to_end);
-            return true;
-        }
-        if (nd.a == fn_active) {
-            put(FastOp::active, c_.nodes_[args[0]].a);
-            grow(sp, deepest, 1);
-            return true;
-        }
-        for (std::uint32_t k = 0; k < nd.n; ++k) {
-            if (!emit(args[k], sp, deepest)) return false;
-        }
-        const FastOp op = nd.a == 0 ? FastOp::min : nd.a == 1 ? FastOp::max : FastOp::math;
-        put(op, nd.a, nd.n);
-        grow(sp, deepest, 1 - static_cast<int>(nd.n));
-        return true;
-    }
-
     // ---- tree ----
 
-    std::uint32_t add_node(kapExprCompiled::Op op, std::size_t offset, std::uint32_t a = 0,
+    std::uint32_t add_node(kapExprOp op, std::size_t offset, std::uint32_t a = 0,
                            std::uint32_t b = 0, std::uint8_t n = 0, int depth = 1) {
-        kapExprCompiled::Node nd;
+        kapExprNode nd;
         nd.op = op;
         nd.offset = static_cast<std::uint32_t>(offset);
         nd.a = a;
@@ -545,20 +384,18 @@ class kapExprParser {
 
     std::uint32_t add_constant(kapExprValue v, std::size_t offset) {
         c_.consts_.push_back(std::move(v));
-        return add_node(kapExprCompiled::Op::constant, offset,
+        return add_node(kapExprOp::constant, offset,
                         static_cast<std::uint32_t>(c_.consts_.size() - 1));
     }
 
-    bool is_const(std::uint32_t i) const {
-        return c_.nodes_[i].op == kapExprCompiled::Op::constant;
-    }
+    bool is_const(std::uint32_t i) const { return c_.nodes_[i].op == kapExprOp::constant; }
 
     // Replaces node i, whose operands are all constants, by its value (kept as it is when the
     // value is an error, so that the error is met, with its offset, at evaluation).
     void fold(std::uint32_t i);
 
     std::uint32_t binary(Tok t, std::size_t offset, std::uint32_t l, std::uint32_t r) {
-        using Op = kapExprCompiled::Op;
+        using Op = kapExprOp;
         Op op = Op::add;
         switch (t) {
             case Tok::star:
@@ -653,7 +490,7 @@ class kapExprParser {
     }
 
     std::uint32_t parse_unary() {
-        using Op = kapExprCompiled::Op;
+        using Op = kapExprOp;
         if (tok_ == Tok::minus || tok_ == Tok::plus || tok_ == Tok::bang) {
             const Op op = tok_ == Tok::minus ? Op::neg : tok_ == Tok::plus ? Op::pos : Op::lnot;
             const std::size_t off = tok_off_;
@@ -712,7 +549,7 @@ class kapExprParser {
     }
 
     std::uint32_t parse_path() {
-        using Op = kapExprCompiled::Op;
+        using Op = kapExprOp;
         const std::size_t off = tok_off_;
         const kapExprAnchor anchor = anchor_;
         // Is it a call?
@@ -868,16 +705,13 @@ class kapNoScope final : public kapExprScope {
 };
 }  // namespace
 
-kapExprValue kap_expr_eval_node(const kapExprCompiled& c, std::uint32_t node,
-                                const kapExprScope& scope);
-
 void kapExprParser::fold(std::uint32_t i) {
     static const kapNoScope none;
     kapExprValue v = kap_expr_eval_node(c_, i, none);
     if (v.is_error() || v.is_node() || v.is_none()) return;
     c_.consts_.push_back(std::move(v));
-    kapExprCompiled::Node& nd = c_.nodes_[i];
-    nd.op = kapExprCompiled::Op::constant;
+    kapExprNode& nd = c_.nodes_[i];
+    nd.op = kapExprOp::constant;
     nd.a = static_cast<std::uint32_t>(c_.consts_.size() - 1);
     nd.b = 0;
     nd.n = 0;
@@ -886,78 +720,6 @@ void kapExprParser::fold(std::uint32_t i) {
 
 // ---------------------------------------------------------------------------------------------
 
-kapExprCompiled::~kapExprCompiled() = default;
-
-bool kapExprCompiled::is_constant() const noexcept {
-    return ok() && !nodes_.empty() && nodes_[root_].op == Op::constant;
-}
-
-std::shared_ptr<const kapExprCompiled> kapExpr::compile_uncached(std::string_view text) {
-    std::shared_ptr<kapExprCompiled> c(new kapExprCompiled());
-    c->text_.assign(text.data(), text.size());
-    std::size_t begin = 0, end = c->text_.size();
-    if (is_wrapped(text)) {
-        begin = 2;
-        end -= 1;
-    }
-    kapExprParser(*c, begin, end).run();
-    return c;
-}
-
-namespace {
-struct TextHash {
-    using is_transparent = void;
-    std::size_t operator()(std::string_view s) const noexcept {
-        return std::hash<std::string_view>{}(s);
-    }
-};
-struct Cache {
-    std::mutex mutex;
-    std::unordered_map<std::string, std::shared_ptr<const kapExprCompiled>, TextHash,
-                       std::equal_to<>>
-        map;
-};
-// Never destroyed: compiled forms may be held by objects that outlive static destruction.
-Cache& cache() {
-    static Cache* c = new Cache();
-    return *c;
-}
-}  // namespace
-
-std::shared_ptr<const kapExprCompiled> kapExpr::compile(std::string_view text) {
-    Cache& c = cache();
-    {
-        std::lock_guard<std::mutex> lock(c.mutex);
-        auto it = c.map.find(text);
-        if (it != c.map.end()) return it->second;
-    }
-    std::shared_ptr<const kapExprCompiled> made = compile_uncached(text);
-    std::lock_guard<std::mutex> lock(c.mutex);
-    // Another thread may have compiled the same text meanwhile: keep the first.
-    auto [it, inserted] = c.map.emplace(std::string(text), std::move(made));
-    return it->second;
-}
-
-std::size_t kapExpr::cache_size() {
-    Cache& c = cache();
-    std::lock_guard<std::mutex> lock(c.mutex);
-    return c.map.size();
-}
-
-void kapExpr::clear_cache() {
-    Cache& c = cache();
-    std::lock_guard<std::mutex> lock(c.mutex);
-    c.map.clear();
-}
-
-bool kapExpr::is_wrapped(std::string_view text) noexcept {
-    return text.size() >= 3 && text[0] == '$' && text[1] == '{' && text.back() == '}';
-}
-
-std::string_view kapExpr::unwrap(std::string_view text) noexcept {
-    return is_wrapped(text) ? text.substr(2, text.size() - 3) : text;
-}
-
-std::string kapExpr::localize(std::string_view text) {
-    return std::string(text);
+void kap_expr_parse(kapExprCompiled& out, std::size_t begin, std::size_t end) {
+    kapExprParser(out, begin, end).run();
 }

@@ -69,6 +69,8 @@
 #include <vector>
 
 class kapExprScope;
+struct kapExprNode;
+struct kapExprStep;
 
 // Error codes. The numbers are those of the framework's error parameter where both have one.
 enum kapExprErrorCode : int {
@@ -260,32 +262,16 @@ struct kapExprCompiled {
 
   private:
     friend class kapExprParser;
+    friend class kapExprEmitter;
     friend class kapExprEvaluator;
     friend class kapExpr;
     kapExprCompiled() = default;
 
-    // clang-format off
-    enum class Op : std::uint8_t {
-        constant,  // value: consts_[a]
-        name,      // names_[a]
-        neg, pos, lnot,
-        mul, div, add, sub,
-        eq, ne, lt, gt, le, ge,
-        land, lor,
-        builtin,   // function a; arguments args_[b .. b+n)
-        call,      // calls_[a]; arguments args_[b .. b+n)
-    };
-    // clang-format on
-    struct Node {
-        Op op;
-        std::uint8_t n = 0;  // unary/binary: children a, b; calls: argument count
-        std::uint32_t offset = 0;
-        std::uint32_t a = 0, b = 0;
-    };
-
+    // The tree (nodes refer to their children by index) and the postfix program; their forms are
+    // the engine's own (kapExprProgram.h).
     std::string text_;
     kapExprError error_;
-    std::vector<Node> nodes_;
+    std::vector<kapExprNode> nodes_;
     std::vector<std::uint32_t> args_;
     std::vector<kapExprValue> consts_;
     std::vector<kapExprName> comps_;
@@ -297,41 +283,10 @@ struct kapExprCompiled {
     bool uses_active_ = false;
 
     // The same expression as a postfix program over plain values, for evaluate_number and
-    // evaluate_bool; empty when the expression has a part it does not cover (calls, a stack
-    // deeper than fast_stack). It reads names with kapExprScope::read and gives up (the tree is
-    // then evaluated) at anything other than a plain answer: an error, a name it cannot read.
-    // clang-format off
-    enum class FastOp : std::uint8_t {
-        constant, name,            // push consts_[a] / the value of names_[a]
-        number,                    // push the double whose bits are a (low) and b (high); n: 1
-                                   // for a boolean
-        compare,                   // push names_[a] compared with consts_[b] (n: how, below)
-        neg, pos, lnot, to_bool,
-        mul, div, add, sub,
-        eq, ne, lt, gt, le, ge,
-        and_jump, or_jump,         // the condition on top decides: jump to a keeping it, or pop
-        select_jump, jump,         // pop a condition and jump to a when false / jump to a
-        min, max,                  // over the top n
-        math,                      // built-in number function a over the top n (1 or 2)
-        active,                    // push whether names_[a] is active
-    };
-    // clang-format on
-    struct Fast {
-        FastOp op;
-        std::uint8_t n = 0;
-        std::uint32_t a = 0;
-        std::uint32_t b = 0;
-    };
-    // compare: n is the comparison (0 ==, 1 !=, 2 <, 3 >, 4 <=, 5 >=), plus 8 when the constant
-    // is on the left.
-    static constexpr std::uint8_t fast_swapped = 8;
-    static constexpr int fast_stack = 16;
-    std::vector<Fast> fast_;
-
-    // What run_fast came to: an answer, an error (the tree evaluation errs at the same step), or
-    // a part that only the tree evaluation answers.
-    enum FastEnd : int { fast_done, fast_error, fast_general };
-    FastEnd run_fast(const kapExprScope& scope, bool as_bool, double& number, bool& truth) const;
+    // evaluate_bool; empty when the expression has a part it does not cover.
+    std::vector<kapExprStep> fast_;
+    // Runs the program: a kapExprFastEnd.
+    int run_fast(const kapExprScope& scope, bool as_bool, double& number, bool& truth) const;
 };
 
 // Marks a node as being evaluated on this thread while the guard lives, so that an expression
