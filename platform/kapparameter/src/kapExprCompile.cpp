@@ -80,7 +80,3 @@ bool kapExpr::is_wrapped(std::string_view text) noexcept {
 std::string_view kapExpr::unwrap(std::string_view text) noexcept {
     return is_wrapped(text) ? text.substr(2, text.size() - 3) : text;
 }
-
-std::string kapExpr::localize(std::string_view text) {
-    return std::string(text);
-}

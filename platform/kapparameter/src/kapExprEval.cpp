@@ -17,7 +17,7 @@ constexpr int eval_budget = 2048;
 __attribute__((tls_model("initial-exec"))) thread_local int t_eval_depth = 0;
 
 kapExprValue type_error(std::string message, std::uint32_t offset) {
-    return kapExprValue::from_error(kapExprErrType, std::move(message), static_cast<int>(offset));
+    return kapExprValue::from_error(kapErrType, std::move(message), static_cast<int>(offset));
 }
 
 // A plain value as a number / as a condition, by the language's rules; false when it is not one.
@@ -277,7 +277,7 @@ class kapExprEvaluator {
             out = r;
             return true;
         }
-        err = kapExprValue::from_error(kapExprErrDomain, "result is not a finite number",
+        err = kapExprValue::from_error(kapErrDomain, "result is not a finite number",
                                        static_cast<int>(at));
         return false;
     }
@@ -286,7 +286,7 @@ class kapExprEvaluator {
         const kapExprPath& path = c_.names_[nd.a];
         kapExprValue v = s_.resolve(path);
         if (v.is_none()) {
-            return kapExprValue::from_error(kapExprErrUnknownName,
+            return kapExprValue::from_error(kapErrNoItem,
                                             "unknown name '" + std::string(path.text) + "'",
                                             static_cast<int>(nd.offset));
         }
@@ -308,7 +308,7 @@ class kapExprEvaluator {
                 break;
         }
         if (y == 0.0) {
-            err = kapExprValue::from_error(kapExprErrDivideByZero, "division by zero",
+            err = kapExprValue::from_error(kapErrDivideByZero, "division by zero",
                                            static_cast<int>(nd.offset));
             return false;
         }
@@ -423,7 +423,7 @@ class kapExprEvaluator {
         if (nd.n > 1 && !number(arg(nd, 1), at, y, err)) return false;
         const char* fault = nullptr;
         if (kap_expr_math(nd.a, x, y, out, fault)) return true;
-        const int code = fault == nullptr ? kapExprErrBadCall : kapExprErrDomain;
+        const int code = fault == nullptr ? kapErrBadCall : kapErrDomain;
         err = kapExprValue::from_error(code, fault == nullptr ? "unknown function" : fault,
                                        static_cast<int>(at));
         return false;
@@ -433,7 +433,7 @@ class kapExprEvaluator {
     // (a name the scope answers without a parameter) counts as active.
     kapExprValue active(const Node& name_node) const {
         kapExprValue v = s_.resolve(c_.names_[name_node.a]);
-        if (v.is_none() || v.error_code() == kapExprErrUnknownName) {
+        if (v.is_none() || v.error_code() == kapErrNoItem) {
             return kapExprValue::from_bool(false);
         }
         if (v.is_error()) {
@@ -459,7 +459,7 @@ class kapExprEvaluator {
         }
         kapExprValue v = s_.call(fn, std::span<const kapExprValue>(args, nd.n));
         if (v.is_none()) {
-            return kapExprValue::from_error(kapExprErrUnknownName,
+            return kapExprValue::from_error(kapErrNoItem,
                                             "unknown function '" + std::string(fn.text) + "'",
                                             static_cast<int>(nd.offset));
         }
@@ -492,7 +492,7 @@ kapExprValue kapExprCompiled::evaluate(const kapExprScope& scope) const {
     if (!ok()) return kapExprValue::from_error(error_);
     kapExprEvalDepth guard(depth_);
     if (!guard.ok()) {
-        return kapExprValue::from_error(kapExprErrTooDeep, "expressions nested too deeply",
+        return kapExprValue::from_error(kapErrTooDeep, "expressions nested too deeply",
                                         static_cast<int>(nodes_[root_].offset));
     }
     return kapExprEvaluator(*this, scope).eval(root_);
@@ -503,7 +503,7 @@ kapExprValue kapExprCompiled::evaluate_number(const kapExprScope& scope) const {
     const int at = static_cast<int>(nodes_[root_].offset);
     kapExprEvalDepth guard(depth_);
     if (!guard.ok()) {
-        return kapExprValue::from_error(kapExprErrTooDeep, "expressions nested too deeply", at);
+        return kapExprValue::from_error(kapErrTooDeep, "expressions nested too deeply", at);
     }
     double x;
     bool unused;
@@ -523,7 +523,7 @@ kapExprValue kapExprCompiled::evaluate_bool(const kapExprScope& scope) const {
     const int at = static_cast<int>(nodes_[root_].offset);
     kapExprEvalDepth guard(depth_);
     if (!guard.ok()) {
-        return kapExprValue::from_error(kapExprErrTooDeep, "expressions nested too deeply", at);
+        return kapExprValue::from_error(kapErrTooDeep, "expressions nested too deeply", at);
     }
     bool x;
     double unused;

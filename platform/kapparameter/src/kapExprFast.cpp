@@ -297,7 +297,7 @@ int kapExprCompiled::run_fast(const kapExprScope& scope, bool as_bool, double& n
             case kapExprStepOp::active: {
                 const kapExprValue v = scope.resolve(names_[f->a]);
                 bool b = true;
-                if (v.is_none() || v.error_code() == kapExprErrUnknownName) {
+                if (v.is_none() || v.error_code() == kapErrNoItem) {
                     b = false;
                 } else if (v.is_error()) {
                     return kap_fast_error;

@@ -6,7 +6,6 @@
 // subtrees made only of constants are folded into one constant.
 
 #include <algorithm>
-#include <charconv>
 #include <cstring>
 #include <mutex>
 #include <unordered_map>
@@ -100,7 +99,7 @@ class kapExprParser {
     void run() {
         next();
         if (tok_ == Tok::end) {
-            fail(kapExprErrSyntax, tok_off_, "empty expression");
+            fail(kapErrSyntax, tok_off_, "empty expression");
         } else {
             const std::uint32_t root = parse_expr(1);
             if (!failed() && tok_ != Tok::end) fail_unexpected("an operator or the end");
@@ -121,7 +120,7 @@ class kapExprParser {
         std::string_view text, relative;
     };
 
-    bool failed() const noexcept { return c_.error_.code != kapExprOk; }
+    bool failed() const noexcept { return c_.error_.code != kapErrNone; }
 
     void fail(int code, std::size_t offset, std::string message) {
         if (failed()) return;
@@ -136,10 +135,10 @@ class kapExprParser {
 
     void fail_unexpected(const char* wanted) {
         if (tok_ == Tok::end) {
-            fail(kapExprErrSyntax, tok_off_,
+            fail(kapErrSyntax, tok_off_,
                  std::string("expected ") + wanted + " but the expression ends");
         } else {
-            fail(kapExprErrSyntax, tok_off_,
+            fail(kapErrSyntax, tok_off_,
                  std::string("expected ") + wanted + " at '" + std::string(tok_text()) + "'");
         }
     }
@@ -193,13 +192,13 @@ class kapExprParser {
                 return nx == '=' ? two(Tok::ge) : one(Tok::gt);
             case '=':
                 if (nx == '=') return two(Tok::eq);
-                return fail(kapExprErrSyntax, pos_, "'=' is not an operator; compare with '=='");
+                return fail(kapErrSyntax, pos_, "'=' is not an operator; compare with '=='");
             case '&':
                 if (nx == '&') return two(Tok::land);
-                return fail(kapExprErrSyntax, pos_, "'&' is not an operator; use '&&' or AND");
+                return fail(kapErrSyntax, pos_, "'&' is not an operator; use '&&' or AND");
             case '|':
                 if (nx == '|') return two(Tok::lor);
-                return fail(kapExprErrSyntax, pos_, "'|' is not an operator; use '||' or OR");
+                return fail(kapErrSyntax, pos_, "'|' is not an operator; use '||' or OR");
             case '\'':
             case '"':
                 return lex_text(ch);
@@ -208,8 +207,7 @@ class kapExprParser {
         }
         if (is_digit(ch) || (ch == '.' && is_digit(nx))) return lex_number();
         if (is_name_start(ch) || ch == '{') return lex_path();
-        fail(kapExprErrSyntax, pos_,
-             std::string("unexpected character '") + std::string(1, ch) + "'");
+        fail(kapErrSyntax, pos_, std::string("unexpected character '") + std::string(1, ch) + "'");
     }
 
     void lex_text(char quote) {
@@ -218,7 +216,7 @@ class kapExprParser {
         while (p < end_ && src_[p] != quote) {
             ++p;
         }
-        if (p >= end_) return fail(kapExprErrSyntax, pos_, "unterminated text");
+        if (p >= end_) return fail(kapErrSyntax, pos_, "unterminated text");
         tok_ = Tok::text;
         text_ = std::string_view(src_).substr(start, p - start);
         tok_len_ = p + 1 - pos_;
@@ -247,11 +245,9 @@ class kapExprParser {
             }
         }
         double v = 0.0;
-        const char* first = src_.data() + pos_;
-        const auto [ptr, ec] = std::from_chars(first, src_.data() + p, v);
-        if (ec != std::errc() || ptr != src_.data() + p) {
+        if (!kapExpr::parse_number(std::string_view(src_).substr(pos_, p - pos_), v)) {
             // A magnitude too large (or too small) for a double.
-            return fail(kapExprErrSyntax, pos_, "number out of range");
+            return fail(kapErrSyntax, pos_, "number out of range");
         }
         tok_ = Tok::number;
         num_ = v;
@@ -269,7 +265,6 @@ class kapExprParser {
     void push_name(std::size_t from, std::size_t to) {
         kapExprName n;
         n.text = std::string_view(src_).substr(from, to - from);
-        n.hash = kapExpr::name_hash(n.text);
         scratch_.push_back(n);
     }
 
@@ -284,14 +279,13 @@ class kapExprParser {
         if (src_[p] == '{') {
             const std::size_t q = lex_name(p + 1);
             if (q == p + 1 || !is_name_start(src_[p + 1])) {
-                return fail(kapExprErrSyntax, p + 1, "expected an entity name after '{'");
+                return fail(kapErrSyntax, p + 1, "expected an entity name after '{'");
             }
             if (q >= end_ || src_[q] != '}') {
-                return fail(kapExprErrSyntax, q, "expected '}' after the entity name");
+                return fail(kapErrSyntax, q, "expected '}' after the entity name");
             }
             anchor_ = kapExprAnchor::global;
             entity_.text = std::string_view(src_).substr(p + 1, q - p - 1);
-            entity_.hash = kapExpr::name_hash(entity_.text);
             p = q + 1;
             if (p < end_ && src_[p] == '.') {
                 ++p;
@@ -302,7 +296,7 @@ class kapExprParser {
         rel_start_ = p;
         if (need_name) {
             if (p >= end_ || !is_name_start(src_[p])) {
-                return fail(kapExprErrSyntax, p, "expected a name");
+                return fail(kapErrSyntax, p, "expected a name");
             }
             const std::size_t q = lex_name(p);
             push_name(p, q);
@@ -310,7 +304,7 @@ class kapExprParser {
             for (;;) {
                 if (p < end_ && src_[p] == '.') {
                     if (p + 1 >= end_ || !is_name_start(src_[p + 1])) {
-                        return fail(kapExprErrSyntax, p + 1, "expected a name after '.'");
+                        return fail(kapErrSyntax, p + 1, "expected a name after '.'");
                     }
                     const std::size_t r = lex_name(p + 1);
                     push_name(p + 1, r);
@@ -322,7 +316,7 @@ class kapExprParser {
                         index = index * 10 + (src_[r++] - '0');
                     }
                     if (r == p + 1 || index > 0x7fffffff || r >= end_ || src_[r] != ']') {
-                        return fail(kapExprErrSyntax, p, "expected an index: '[' digits ']'");
+                        return fail(kapErrSyntax, p, "expected an index: '[' digits ']'");
                     }
                     kapExprName n;
                     n.index = static_cast<std::int32_t>(index);
@@ -377,7 +371,7 @@ class kapExprParser {
         c_.nodes_.push_back(nd);
         depth_of_.push_back(depth);
         if (depth > kapExpr::max_depth) {
-            fail(kapExprErrTooDeep, offset, "expression nested too deeply");
+            fail(kapErrTooDeep, offset, "expression nested too deeply");
         }
         return static_cast<std::uint32_t>(c_.nodes_.size() - 1);
     }
@@ -469,7 +463,7 @@ class kapExprParser {
 
     bool enter(std::size_t offset) {
         if (++nesting_ > kapExpr::max_depth) {
-            fail(kapExprErrTooDeep, offset, "expression nested too deeply");
+            fail(kapErrTooDeep, offset, "expression nested too deeply");
             return false;
         }
         return true;
@@ -598,7 +592,7 @@ class kapExprParser {
         --nesting_;
         next();  // ')'
         if (args.size() > 255) {
-            fail(kapExprErrBadCall, off, "too many arguments");
+            fail(kapErrBadCall, off, "too many arguments");
             return 0;
         }
         const auto n = static_cast<std::uint8_t>(args.size());
@@ -614,11 +608,11 @@ class kapExprParser {
             } else {
                 msg += std::to_string(b.min_args) + (b.min_args == 1 ? " argument" : " arguments");
             }
-            fail(kapExprErrBadCall, off, msg);
+            fail(kapErrBadCall, off, msg);
             return 0;
         }
         if (static_cast<std::uint32_t>(fn) == fn_active && c_.nodes_[args[0]].op != Op::name) {
-            fail(kapExprErrBadCall, c_.nodes_[args[0]].offset,
+            fail(kapErrBadCall, c_.nodes_[args[0]].offset,
                  "active() takes the name of a parameter");
             return 0;
         }

@@ -170,27 +170,27 @@ bool kapExprScope::read(const kapExprPath&, kapExprScalar&) const {
 kapExprGuard::kapExprGuard(const void* node) noexcept {
     for (int i = 0; i < t_guard_count; ++i) {
         if (t_guard_nodes[i] == node) {
-            code_ = kapExprErrCycle;
+            code_ = kapErrCycle;
             return;
         }
     }
     if (t_guard_count >= kapExpr::max_depth) {
-        code_ = kapExprErrTooDeep;
+        code_ = kapErrTooDeep;
         return;
     }
     t_guard_nodes[t_guard_count++] = node;
 }
 
 kapExprGuard::~kapExprGuard() {
-    if (code_ == kapExprOk) --t_guard_count;
+    if (code_ == kapErrNone) --t_guard_count;
 }
 
 kapExprValue kapExprGuard::error() const {
-    if (code_ == kapExprErrCycle) {
-        return kapExprValue::from_error(kapExprErrCycle, "expression reads its own value");
+    if (code_ == kapErrCycle) {
+        return kapExprValue::from_error(kapErrCycle, "expression reads its own value");
     }
-    if (code_ == kapExprErrTooDeep) {
-        return kapExprValue::from_error(kapExprErrTooDeep, "expressions nested too deeply");
+    if (code_ == kapErrTooDeep) {
+        return kapExprValue::from_error(kapErrTooDeep, "expressions nested too deeply");
     }
     return {};
 }
@@ -235,11 +235,11 @@ kapExprError kapExprValue::error() const {
 kapExprValue kapExpr::to_plain(const kapExprValue& v) {
     if (!v.is_node()) return v;
     if (v.scope() == nullptr) {
-        return kapExprValue::from_error(kapExprErrType, "parameter has no value");
+        return kapExprValue::from_error(kapErrType, "parameter has no value");
     }
     kapExprValue p = v.scope()->value_of(v.node());
     if (p.is_node() || p.is_none()) {
-        return kapExprValue::from_error(kapExprErrType, "parameter has no value");
+        return kapExprValue::from_error(kapErrType, "parameter has no value");
     }
     return p;
 }
@@ -249,7 +249,7 @@ kapExprValue kapExpr::to_number(const kapExprValue& v0) {
     if (v.is_error()) return v;
     double x;
     if (kap_expr_number_of(v, x)) return kapExprValue::from_number(x);
-    return kapExprValue::from_error(kapExprErrType, kap_expr_describe(v) + " is not a number");
+    return kapExprValue::from_error(kapErrType, kap_expr_describe(v) + " is not a number");
 }
 
 kapExprValue kapExpr::to_bool(const kapExprValue& v0) {
@@ -258,7 +258,7 @@ kapExprValue kapExpr::to_bool(const kapExprValue& v0) {
     if (v.is_text() && v.text().empty()) return kapExprValue::from_bool(false);
     double x;
     if (kap_expr_number_of(v, x)) return kapExprValue::from_bool(x != 0.0);
-    return kapExprValue::from_error(kapExprErrType, kap_expr_describe(v) + " is not a condition");
+    return kapExprValue::from_error(kapErrType, kap_expr_describe(v) + " is not a condition");
 }
 
 bool kapExpr::parse_number(std::string_view t, double& out) noexcept {

@@ -10,6 +10,7 @@
 
 #include "kapEvalHooks.h"
 #include "kapParameterInternal.h"
+#include "kapparameter/kapExpr.h"
 
 // ---------------------------------------------------------------------------------------------
 // Numeric
@@ -60,35 +61,13 @@ bool kapParameterNumeric::store(double v) {
     return true;
 }
 
+// Number texts have one reader and one writer, shared with the expression language.
 utString kapParameterNumeric::format(double v) {
-    if (v == 0.0) return "0";  // also -0
-    char buf[64];
-    auto res = std::to_chars(buf, buf + sizeof buf, v);
-    return utString(buf, res.ptr);
+    return kapExpr::format_number(v);
 }
 
 bool kapParameterNumeric::parse(std::string_view text, double& out) {
-    text = trim(text);
-    if (text.empty()) return false;
-    if (text.front() == '+') text.remove_prefix(1);
-    if (text.empty()) return false;
-    // Accept a leading '.' ("0.5" written ".5") as from_chars does not.
-    char buf[96];
-    if (text.front() == '.' || (text.size() > 1 && text[0] == '-' && text[1] == '.')) {
-        if (text.size() + 2 > sizeof buf) return false;
-        std::size_t n = 0;
-        if (text.front() == '-') {
-            buf[n++] = '-';
-            text.remove_prefix(1);
-        }
-        buf[n++] = '0';
-        for (char c : text)
-            buf[n++] = c;
-        auto r = std::from_chars(buf, buf + n, out);
-        return r.ec == std::errc() && r.ptr == buf + n;
-    }
-    auto r = std::from_chars(text.data(), text.data() + text.size(), out);
-    return r.ec == std::errc() && r.ptr == text.data() + text.size() && std::isfinite(out);
+    return kapExpr::parse_number(text, out);
 }
 
 int kapParameterNumeric::get_int() const {

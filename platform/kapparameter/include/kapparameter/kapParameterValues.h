@@ -34,9 +34,9 @@ class kapParameterNumeric : public kapParameter {
     bool check_range() const override;
     bool is_equal(const kapParameter& other) const override;
 
-    // Formats a number the way value texts write it (shortest text that reads back exactly).
+    // Formats a number the way value texts write it: kapExpr::format_number.
     static utString format(double v);
-    // Reads a whole text as a number; false when it is not one.
+    // Reads a whole text as a number, as kapExpr::parse_number does; false when it is not one.
     static bool parse(std::string_view text, double& out);
 
   protected:
