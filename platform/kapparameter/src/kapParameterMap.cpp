@@ -245,11 +245,10 @@ const kapParameter* step(const kapParameter* node, std::string_view text, int in
 
 }  // namespace
 
-const kapParameter* kapParameterMap::walk(const kapParameterKey& key, std::size_t from,
-                                          bool follow_last) const noexcept {
+const kapParameter* kapParameterMap::walk(const kapParameterKey& key) const noexcept {
     const kapParameter* node = this;
     const auto& comps = key.components();
-    for (std::size_t i = from; i < comps.size(); ++i) {
+    for (std::size_t i = 0; i < comps.size(); ++i) {
         if (node->is_ref()) {
             node = node->follow();
             if (!node) return nullptr;
@@ -257,7 +256,6 @@ const kapParameter* kapParameterMap::walk(const kapParameterKey& key, std::size_
         node = step(node, key.component_text(i), comps[i].index);
         if (!node) return nullptr;
     }
-    (void)follow_last;
     return node;
 }
 
@@ -388,7 +386,7 @@ kapParameterPtr kapParameterMap::add(const kapParameterKey& key, const kapParame
 
 bool kapParameterMap::remove(const kapParameterKey& key) {
     if (!key.valid() || key.empty()) return false;
-    const kapParameter* node = walk(key, 0, false);
+    const kapParameter* node = walk(key);
     if (!node || !node->parent_) return false;
     kapParameterMap* owner = node->parent_;
     for (std::uint32_t i = 0; i < owner->size_; ++i) {

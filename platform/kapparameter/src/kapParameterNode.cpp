@@ -92,7 +92,7 @@ kapParameterImpl::kapParameterImpl(const kapParameterImpl& o)
       onmirror(o.onmirror),
       states(o.states),
       component(o.component),
-      active_expr(o.active == o.active ? o.active_expr : nullptr),
+      active_expr(o.active_expr),
       range(o.range),
       has_range(o.has_range),
       has_defaults(o.has_defaults),

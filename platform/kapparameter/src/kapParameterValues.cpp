@@ -361,16 +361,6 @@ double kapParameterVector::get_component(int i) const {
     return data()[i];
 }
 
-bool kapParameterVector::set_component(int i, double v) {
-    if (i < 0 || i >= impl_->vector_size || !std::isfinite(v)) return false;
-    if (!begin_write()) return false;
-    const bool changed = data()[i] != v || is_expr();
-    data()[i] = v;
-    clear_extra();
-    if (changed) end_write();
-    return true;
-}
-
 bool kapParameterVector::parse(std::string_view text, std::span<double> out) {
     text = trim(text);
     if (text.size() < 2 || text.front() != '(' || text.back() != ')') return false;

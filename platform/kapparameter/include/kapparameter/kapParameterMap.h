@@ -52,8 +52,8 @@ class kapParameterMap : public kapParameter {
     void copy_children_from(const kapParameterMap& o);
 
   protected:
-    const kapParameter* walk(const kapParameterKey& key, std::size_t from,
-                             bool follow_last) const noexcept;
+    // The node at `key` (references followed on the way), or null.
+    const kapParameter* walk(const kapParameterKey& key) const noexcept;
     void seal_tree();
     // The child array (slot_.kids): size_ handles in room for cap_.
     void reserve_kids(std::size_t n);

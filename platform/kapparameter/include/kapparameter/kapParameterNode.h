@@ -1,6 +1,7 @@
 #pragma once
 // The parameter node and its counted handle (see kapParameter.h for the model as a whole).
 
+#include <cassert>
 #include <cstdint>
 #include <new>
 #include <string_view>
@@ -52,6 +53,9 @@ class kapParameter {
 
     kapParameter();
     virtual ~kapParameter() {
+        // A node goes when its last handle does; one destroyed otherwise (on the stack, inside
+        // another object, deleted by hand) while handles still count it leaves them dangling.
+        assert(refs_ == 0 && "a parameter destroyed while handles still count it");
         // Nodes of instances point at pinned declarations and most hold no text.
         if ((flags_ & (kPinnedFlag | kTextFlag)) != kPinnedFlag) drop_shared_parts();
     }

@@ -19,7 +19,6 @@ class kapParameterNumeric : public kapParameter {
 
     void set_units(const kapUnits& units);
     void set_range(const kapRange& range);
-    kapDimensions get_dimensions() const noexcept { return kapDimensions(impl_->dims); }
 
     int get_int() const override;
     double get_double() const override;
@@ -134,7 +133,6 @@ class kapParameterVector : public kapParameter {
     void set_access_type(kapParameterVectorAccessType t);
     int num_components() const noexcept { return impl_->vector_size; }
     double get_component(int i) const;
-    bool set_component(int i, double v);
 
     double get_double() const override { return get_component(0); }
     int get_int() const override { return static_cast<int>(get_component(0)); }
@@ -171,7 +169,6 @@ class kapParameterRef : public kapParameter {
     void set_ref_root_type(const utString& kind);
     const utString& get_ref_root_type() const noexcept { return impl_->type_name; }
     void set_nofollow(int nofollow);
-    int get_nofollow() const noexcept { return impl_->nofollow; }
 
     bool is_ref() const noexcept override { return true; }
     kapParameter* follow() const noexcept override;

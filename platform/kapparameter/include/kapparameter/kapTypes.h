@@ -86,7 +86,6 @@ class kapDimensions {
   public:
     constexpr explicit kapDimensions(kapDimStandard s = kapDimNone) : standard_(s) {}
     constexpr kapDimStandard standard() const noexcept { return standard_; }
-    constexpr bool is_length() const noexcept { return standard_ == kapDimLength; }
 
   private:
     kapDimStandard standard_;
