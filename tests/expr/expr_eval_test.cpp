@@ -167,11 +167,17 @@ TEST_F(ExprEval, Arithmetic) {
         {"tan(45)", 1},        {"tan(-135)", 1},      {"tan(180)", 0},
         {"sin(30)", 0.5},      {"cos(60)", 0.5},      {"asin(1)", 90},       {"acos(-1)", 180},
         {"atan(1)", 45},       {"atan2(1;1)", 45},    {"atan2(1;-1)", 135},  {"atan2(0;-1)", 180},
+        {"7", 7},              // one byte
         {"deg(rad(30))", 30},  {"rad(180)", 3.141592653589793},              {"deg(1)", 57.29577951308232},
     };
     // clang-format on
-    for (const Case& c : cases)
+    for (const Case& c : cases) {
         expect_value(eval(c.text), c.want, c.text);
+        // The postfix program, where the text has one, gives the same number.
+        const kapExprValue n = kapExpr::compile(c.text)->evaluate_number(s);
+        ASSERT_TRUE(n.is_number()) << c.text;
+        EXPECT_NEAR(n.number(), c.want, 1e-12) << c.text;
+    }
 }
 
 // Errors: the code, and the offset in the text where the fault lies.
@@ -362,8 +368,7 @@ TEST(ExprValue, KindsAndConversions) {
         {kapExprValue::from_text(""), kapErrType, 0, kapErrNone, false},
         {kapExprValue::from_text("level"), kapErrType, 0, kapErrType, false},
         {kapExprValue(), kapErrType, 0, kapErrType, false},
-        {kapExprValue::from_error(kapErrCycle, "x"), kapErrCycle, 0, kapErrCycle,
-         false},
+        {kapExprValue::from_error(kapErrCycle, "x"), kapErrCycle, 0, kapErrCycle, false},
     };
     for (const Case& c : cases) {
         const kapExprValue num = kapExpr::to_number(c.v);

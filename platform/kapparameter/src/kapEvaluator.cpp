@@ -632,7 +632,14 @@ kapParameterPtr kapEvaluator::evaluate(const utString& text) const {
     unsure();
     const Nested nested;
     kapTreeScope scope(scope_, /*inside=*/true);
-    return to_parameter(compiled->evaluate(scope));
+    const kapExprValue v = compiled->evaluate(scope);
+    // A parameter answers for itself when its value can be read; one whose value is an
+    // expression that fails ("1/0") answers that failure, placed in its own text.
+    if (v.is_node() && as_par(v.node())->is_expr()) {
+        const kapExprValue plain = kapTreeScope::plain_value(as_par(v.node()));
+        if (plain.is_error()) return to_parameter(plain);
+    }
+    return to_parameter(v);
 }
 
 namespace {

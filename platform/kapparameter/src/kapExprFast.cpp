@@ -75,8 +75,10 @@ inline void set_bool(FastSlot& s, bool b) noexcept {
 // values, the recursion and the messages.
 int kapExprCompiled::run_fast(const kapExprScope& scope, bool as_bool, double& number,
                               bool& truth) const {
-    FastSlot st[kap_expr_fast_stack];
-    FastSlot* top = st - 1;  // the slot on top
+    // The slot on top is `top`; slot 0 lies below the first value and is never read, so that an
+    // empty stack still points into the array.
+    FastSlot st[kap_expr_fast_stack + 1];
+    FastSlot* top = st;
     const kapExprStep* code = fast_.data();
     const kapExprStep* const end = code + fast_.size();
     for (const kapExprStep* f = code; f < end; ++f) {
@@ -312,8 +314,8 @@ int kapExprCompiled::run_fast(const kapExprScope& scope, bool as_bool, double& n
                 __builtin_unreachable();
         }
     }
-    if (top != st) return kap_fast_general;
-    const bool ok = as_bool ? slot_truth(st[0], truth) : slot_number(st[0], number);
+    if (top != st + 1) return kap_fast_general;
+    const bool ok = as_bool ? slot_truth(st[1], truth) : slot_number(st[1], number);
     return ok ? kap_fast_done : kap_fast_error;
 }
 
