@@ -462,6 +462,7 @@ TEST_F(Binding, StringsAreLiteralUnlessWrapped) {
 // Errors, cycles and depth
 
 TEST_F(Binding, BadInputAnswersAnErrorParameter) {
+    put(*toolpath, "Infinite", formula("1/0"));
     run(toolpath, {
                       {"", "", Err{kapErrSyntax}},
                       {"", "Strategy==", Err{kapErrSyntax}},
@@ -476,6 +477,7 @@ TEST_F(Binding, BadInputAnswersAnErrorParameter) {
                       {"", "Nothing", Err{kapErrNoItem}},
                       {"", "1/0", Err{kapErrDivideByZero}},
                       {"", "1/(Tolerance - 0.1)", Err{kapErrDivideByZero}},
+                      {"", "Infinite", Err{kapErrDivideByZero}},  // a value "1/0", not 0
                       {"", "max(1)", Err{8}},
                       {"", "active(1)", Err{8}},
                       {"", "sqrt(0 - Tolerance)", Err{9}},
@@ -485,6 +487,9 @@ TEST_F(Binding, BadInputAnswersAnErrorParameter) {
     ASSERT_TRUE(r->is_error());
     EXPECT_NE(r->get_string().find("Nothing"), std::string::npos) << r->get_string();
     EXPECT_NE(r->get_string().find("(at 12)"), std::string::npos) << r->get_string();
+    // A failing value says where in its own text the fault lies.
+    const kapParameterPtr d = kapEvaluator(toolpath).evaluate("Infinite");
+    EXPECT_NE(d->get_string().find("(at 1)"), std::string::npos) << d->get_string();
     EXPECT_TRUE(kapEvaluator(static_cast<const kapParameter*>(nullptr)).evaluate("1")->is_error());
 }
 

@@ -385,3 +385,18 @@ TEST_F(Fixture, LoaderFindsNamesAndLegacyKeysAndKeepsTheRest) {
 }
 
 }  // namespace
+
+#ifndef NDEBUG
+// A node destroyed while a handle still counts it would leave the handle dangling.
+TEST(HandlesDeathTest, NodeDestroyedUnderAHandleAsserts) {
+    EXPECT_DEATH(
+        {
+            kapParameterPtr kept;
+            {
+                kapParameterNumeric on_stack(kapSubTypeReal, kapDimensions(kapDimNone), 1.0);
+                kept = kapParameterPtr(&on_stack);
+            }
+        },
+        "handles still count it");
+}
+#endif

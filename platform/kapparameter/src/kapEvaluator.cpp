@@ -326,7 +326,7 @@ class kapTreeScope final : public kapExprScope {
                 if (!v.is_none()) return v;
             }
         }
-        return kapExprValue::from_error(kapExprErrUnknownName,
+        return kapExprValue::from_error(kapErrNoItem,
                                         "unknown name '" + std::string(path.text) + "'");
     }
 
@@ -379,7 +379,7 @@ class kapTreeScope final : public kapExprScope {
                 }
             }
         }
-        return kapExprValue::from_error(kapExprErrUnknownName,
+        return kapExprValue::from_error(kapErrNoItem,
                                         "unknown function '" + std::string(fn.text) + "'");
     }
 
@@ -457,8 +457,8 @@ class kapTreeScope final : public kapExprScope {
             case kapParameterType::memberfunction: {
                 const auto* f = static_cast<const kapParameterMemberFunction*>(p);
                 kapParameterPtr r = invoke(*f, kapParameterPtr());
-                if (!r) return kapExprValue::from_error(kapExprErrUnknownName, "no result");
-                if (r.pointer() == p) return kapExprValue::from_error(kapExprErrCycle, "cycle");
+                if (!r) return kapExprValue::from_error(kapErrNoItem, "no result");
+                if (r.pointer() == p) return kapExprValue::from_error(kapErrCycle, "cycle");
                 return plain_value(r.pointer());
             }
             case kapParameterType::map:
@@ -467,7 +467,7 @@ class kapTreeScope final : public kapExprScope {
             case kapParameterType::sharedlist:
             case kapParameterType::array:
             case kapParameterType::temparray:
-                return kapExprValue::from_error(kapExprErrType,
+                return kapExprValue::from_error(kapErrType,
                                                 "'" + p->get_name() + "' has no single value");
             default:
                 return kapExprValue::from_owned_text(p->get_string());
@@ -591,7 +591,7 @@ class kapTreeScope final : public kapExprScope {
 };
 
 kapExprValue from_parameter(const kapParameterPtr& p, const kapExprScope* scope) {
-    if (!p) return kapExprValue::from_error(kapExprErrUnknownName, "no result");
+    if (!p) return kapExprValue::from_error(kapErrNoItem, "no result");
     // Results of functions are fresh nodes: take their plain value now.
     return kapTreeScope::plain_value(p.pointer());
 }
@@ -632,7 +632,14 @@ kapParameterPtr kapEvaluator::evaluate(const utString& text) const {
     unsure();
     const Nested nested;
     kapTreeScope scope(scope_, /*inside=*/true);
-    return to_parameter(compiled->evaluate(scope));
+    const kapExprValue v = compiled->evaluate(scope);
+    // A parameter answers for itself when its value can be read; one whose value is an
+    // expression that fails ("1/0") answers that failure, placed in its own text.
+    if (v.is_node() && as_par(v.node())->is_expr()) {
+        const kapExprValue plain = kapTreeScope::plain_value(as_par(v.node()));
+        if (plain.is_error()) return to_parameter(plain);
+    }
+    return to_parameter(v);
 }
 
 namespace {

@@ -6,12 +6,11 @@
 // subtrees made only of constants are folded into one constant.
 
 #include <algorithm>
-#include <charconv>
 #include <cstring>
 #include <mutex>
 #include <unordered_map>
 
-#include "kapparameter/kapExpr.h"
+#include "kapExprProgram.h"
 #include "utils/utString.h"
 
 namespace {
@@ -47,8 +46,6 @@ constexpr Builtin builtins[] = {
     {"log",    1,  1},
 };
 // clang-format on
-constexpr std::uint32_t fn_select = 2;
-constexpr std::uint32_t fn_active = 3;
 
 int find_builtin(std::string_view name) noexcept {
     for (std::size_t i = 0; i < std::size(builtins); ++i) {
@@ -102,7 +99,7 @@ class kapExprParser {
     void run() {
         next();
         if (tok_ == Tok::end) {
-            fail(kapExprErrSyntax, tok_off_, "empty expression");
+            fail(kapErrSyntax, tok_off_, "empty expression");
         } else {
             const std::uint32_t root = parse_expr(1);
             if (!failed() && tok_ != Tok::end) fail_unexpected("an operator or the end");
@@ -112,13 +109,7 @@ class kapExprParser {
             }
         }
         finish();
-        if (!failed()) {
-            int sp = 0, deepest = 0;
-            if (!emit(c_.root_, sp, deepest) || deepest > kapExprCompiled::fast_stack) {
-                c_.fast_.clear();
-            }
-            c_.fast_.shrink_to_fit();
-        }
+        if (!failed()) kap_expr_emit_program(c_);
     }
 
   private:
@@ -129,7 +120,7 @@ class kapExprParser {
         std::string_view text, relative;
     };
 
-    bool failed() const noexcept { return c_.error_.code != kapExprOk; }
+    bool failed() const noexcept { return c_.error_.code != kapErrNone; }
 
     void fail(int code, std::size_t offset, std::string message) {
         if (failed()) return;
@@ -144,10 +135,10 @@ class kapExprParser {
 
     void fail_unexpected(const char* wanted) {
         if (tok_ == Tok::end) {
-            fail(kapExprErrSyntax, tok_off_,
+            fail(kapErrSyntax, tok_off_,
                  std::string("expected ") + wanted + " but the expression ends");
         } else {
-            fail(kapExprErrSyntax, tok_off_,
+            fail(kapErrSyntax, tok_off_,
                  std::string("expected ") + wanted + " at '" + std::string(tok_text()) + "'");
         }
     }
@@ -201,13 +192,13 @@ class kapExprParser {
                 return nx == '=' ? two(Tok::ge) : one(Tok::gt);
             case '=':
                 if (nx == '=') return two(Tok::eq);
-                return fail(kapExprErrSyntax, pos_, "'=' is not an operator; compare with '=='");
+                return fail(kapErrSyntax, pos_, "'=' is not an operator; compare with '=='");
             case '&':
                 if (nx == '&') return two(Tok::land);
-                return fail(kapExprErrSyntax, pos_, "'&' is not an operator; use '&&' or AND");
+                return fail(kapErrSyntax, pos_, "'&' is not an operator; use '&&' or AND");
             case '|':
                 if (nx == '|') return two(Tok::lor);
-                return fail(kapExprErrSyntax, pos_, "'|' is not an operator; use '||' or OR");
+                return fail(kapErrSyntax, pos_, "'|' is not an operator; use '||' or OR");
             case '\'':
             case '"':
                 return lex_text(ch);
@@ -216,8 +207,7 @@ class kapExprParser {
         }
         if (is_digit(ch) || (ch == '.' && is_digit(nx))) return lex_number();
         if (is_name_start(ch) || ch == '{') return lex_path();
-        fail(kapExprErrSyntax, pos_,
-             std::string("unexpected character '") + std::string(1, ch) + "'");
+        fail(kapErrSyntax, pos_, std::string("unexpected character '") + std::string(1, ch) + "'");
     }
 
     void lex_text(char quote) {
@@ -226,7 +216,7 @@ class kapExprParser {
         while (p < end_ && src_[p] != quote) {
             ++p;
         }
-        if (p >= end_) return fail(kapExprErrSyntax, pos_, "unterminated text");
+        if (p >= end_) return fail(kapErrSyntax, pos_, "unterminated text");
         tok_ = Tok::text;
         text_ = std::string_view(src_).substr(start, p - start);
         tok_len_ = p + 1 - pos_;
@@ -255,11 +245,9 @@ class kapExprParser {
             }
         }
         double v = 0.0;
-        const char* first = src_.data() + pos_;
-        const auto [ptr, ec] = std::from_chars(first, src_.data() + p, v);
-        if (ec != std::errc() || ptr != src_.data() + p) {
+        if (!kapExpr::parse_number(std::string_view(src_).substr(pos_, p - pos_), v)) {
             // A magnitude too large (or too small) for a double.
-            return fail(kapExprErrSyntax, pos_, "number out of range");
+            return fail(kapErrSyntax, pos_, "number out of range");
         }
         tok_ = Tok::number;
         num_ = v;
@@ -277,7 +265,6 @@ class kapExprParser {
     void push_name(std::size_t from, std::size_t to) {
         kapExprName n;
         n.text = std::string_view(src_).substr(from, to - from);
-        n.hash = kapExpr::name_hash(n.text);
         scratch_.push_back(n);
     }
 
@@ -292,14 +279,13 @@ class kapExprParser {
         if (src_[p] == '{') {
             const std::size_t q = lex_name(p + 1);
             if (q == p + 1 || !is_name_start(src_[p + 1])) {
-                return fail(kapExprErrSyntax, p + 1, "expected an entity name after '{'");
+                return fail(kapErrSyntax, p + 1, "expected an entity name after '{'");
             }
             if (q >= end_ || src_[q] != '}') {
-                return fail(kapExprErrSyntax, q, "expected '}' after the entity name");
+                return fail(kapErrSyntax, q, "expected '}' after the entity name");
             }
             anchor_ = kapExprAnchor::global;
             entity_.text = std::string_view(src_).substr(p + 1, q - p - 1);
-            entity_.hash = kapExpr::name_hash(entity_.text);
             p = q + 1;
             if (p < end_ && src_[p] == '.') {
                 ++p;
@@ -310,7 +296,7 @@ class kapExprParser {
         rel_start_ = p;
         if (need_name) {
             if (p >= end_ || !is_name_start(src_[p])) {
-                return fail(kapExprErrSyntax, p, "expected a name");
+                return fail(kapErrSyntax, p, "expected a name");
             }
             const std::size_t q = lex_name(p);
             push_name(p, q);
@@ -318,7 +304,7 @@ class kapExprParser {
             for (;;) {
                 if (p < end_ && src_[p] == '.') {
                     if (p + 1 >= end_ || !is_name_start(src_[p + 1])) {
-                        return fail(kapExprErrSyntax, p + 1, "expected a name after '.'");
+                        return fail(kapErrSyntax, p + 1, "expected a name after '.'");
                     }
                     const std::size_t r = lex_name(p + 1);
                     push_name(p + 1, r);
@@ -330,7 +316,7 @@ class kapExprParser {
                         index = index * 10 + (src_[r++] - '0');
                     }
                     if (r == p + 1 || index > 0x7fffffff || r >= end_ || src_[r] != ']') {
-                        return fail(kapExprErrSyntax, p, "expected an index: '[' digits ']'");
+                        return fail(kapErrSyntax, p, "expected an index: '[' digits ']'");
                     }
                     kapExprName n;
                     n.index = static_cast<std::int32_t>(index);
@@ -372,164 +358,11 @@ class kapExprParser {
         }
     }
 
-    // ---- postfix program (kapExprCompiled::fast_) ----
-
-    using FastOp = kapExprCompiled::FastOp;
-
-    std::uint32_t put(FastOp op, std::uint32_t a = 0, std::uint8_t n = 0, std::uint32_t b = 0) {
-        c_.fast_.push_back(kapExprCompiled::Fast{op, n, a, b});
-        return static_cast<std::uint32_t>(c_.fast_.size() - 1);
-    }
-    // A constant the program can hold: a number, a boolean or a text.
-    bool fast_constant(const kapExprCompiled::Node& nd) const {
-        if (nd.op != kapExprCompiled::Op::constant) return false;
-        const kapExprValue& v = c_.consts_[nd.a];
-        return v.is_number() || v.is_bool() || v.is_text();
-    }
-    // Whether node i always answers a boolean (or an error): then no conversion is needed.
-    bool yields_bool(std::uint32_t i) const {
-        using Op = kapExprCompiled::Op;
-        const kapExprCompiled::Node& nd = c_.nodes_[i];
-        switch (nd.op) {
-            case Op::eq:
-            case Op::ne:
-            case Op::lt:
-            case Op::gt:
-            case Op::le:
-            case Op::ge:
-            case Op::lnot:
-            case Op::land:
-            case Op::lor:
-                return true;
-            case Op::constant:
-                return c_.consts_[nd.a].is_bool();
-            default:
-                return false;
-        }
-    }
-    void land_here(std::uint32_t jump) {
-        c_.fast_[jump].a = static_cast<std::uint32_t>(c_.fast_.size());
-    }
-    static void grow(int& sp, int& deepest, int by) {
-        sp += by;
-        deepest = std::max(deepest, sp);
-    }
-
-    // Appends the program of the subtree under node i; `sp` follows the depth of the stack.
-    // False when the subtree has a part the program does not cover.
-    bool emit(std::uint32_t i, int& sp, int& deepest) {
-        using Op = kapExprCompiled::Op;
-        const kapExprCompiled::Node& nd = c_.nodes_[i];
-        switch (nd.op) {
-            case Op::constant: {
-                const kapExprValue& v = c_.consts_[nd.a];
-                if (v.is_number() || v.is_bool()) {
-                    const double x = v.number();
-                    std::uint64_t bits;
-                    std::memcpy(&bits, &x, sizeof bits);
-                    put(FastOp::number, static_cast<std::uint32_t>(bits), v.is_bool() ? 1 : 0,
-                        static_cast<std::uint32_t>(bits >> 32));
-                } else if (v.is_text()) {
-                    put(FastOp::constant, nd.a);
-                } else {
-                    return false;
-                }
-                grow(sp, deepest, 1);
-                return true;
-            }
-            case Op::name:
-                put(FastOp::name, nd.a);
-                grow(sp, deepest, 1);
-                return true;
-            case Op::neg:
-            case Op::pos:
-            case Op::lnot:
-                if (!emit(nd.a, sp, deepest)) return false;
-                put(nd.op == Op::neg ? FastOp::neg : nd.op == Op::pos ? FastOp::pos : FastOp::lnot);
-                return true;
-            case Op::land:
-            case Op::lor: {
-                if (!emit(nd.a, sp, deepest)) return false;
-                const std::uint32_t j = put(nd.op == Op::land ? FastOp::and_jump : FastOp::or_jump);
-                grow(sp, deepest, -1);
-                if (!emit(nd.b, sp, deepest)) return false;
-                if (!yields_bool(nd.b)) put(FastOp::to_bool);
-                land_here(j);
-                return true;
-            }
-            case Op::eq:
-            case Op::ne:
-            case Op::lt:
-            case Op::gt:
-            case Op::le:
-            case Op::ge: {
-                // A name compared with a constant: one step.
-                const auto how =
-                    static_cast<std::uint8_t>(static_cast<int>(nd.op) - static_cast<int>(Op::eq));
-                const kapExprCompiled::Node& l = c_.nodes_[nd.a];
-                const kapExprCompiled::Node& r = c_.nodes_[nd.b];
-                if (l.op == Op::name && fast_constant(r)) {
-                    put(FastOp::compare, l.a, how, r.a);
-                    grow(sp, deepest, 1);
-                    return true;
-                }
-                if (r.op == Op::name && fast_constant(l)) {
-                    put(FastOp::compare, r.a,
-                        static_cast<std::uint8_t>(how | kapExprCompiled::fast_swapped), l.a);
-                    grow(sp, deepest, 1);
-                    return true;
-                }
-                break;
-            }
-            case Op::call:
-                return false;
-            case Op::builtin:
-                break;
-            default:
-                break;
-        }
-        if (nd.op != Op::builtin) {
-            // The binary operators, in the order of their codes.
-            if (!emit(nd.a, sp, deepest) || !emit(nd.b, sp, deepest)) return false;
-            static constexpr FastOp ops[] = {FastOp::mul, FastOp::div, FastOp::add, FastOp::sub,
-                                             FastOp::eq,  FastOp::ne,  FastOp::lt,  FastOp::gt,
-                                             FastOp::le,  FastOp::ge};
-            put(ops[static_cast<int>(nd.op) - static_cast<int>(Op::mul)]);
-            grow(sp, deepest, -1);
-            return true;
-        }
-        const std::uint32_t* args = c_.args_.data() + nd.b;
-        if (nd.a == fn_select) {
-            if (!emit(args[0], sp, deepest)) return false;
-            const std::uint32_t to_else = put(FastOp::select_jump);
-            grow(sp, deepest, -1);
-            if (!emit(args[1], sp, deepest)) return false;
-            const std::uint32_t to_end = put(FastOp::jump);
-            grow(sp, deepest, -1);
-            land_here(to_else);
-            if (!emit(args[2], sp, deepest)) return false;
-            land_here(to_end);
-            return true;
-        }
-        if (nd.a == fn_active) {
-            put(FastOp::active, c_.nodes_[args[0]].a);
-            grow(sp, deepest, 1);
-            return true;
-        }
-        for (std::uint32_t k = 0; k < nd.n; ++k) {
-            if (!emit(args[k], sp, deepest)) return false;
-        }
-        const FastOp op = nd.a == 0 ? FastOp::min : nd.a == 1 ? FastOp::max : FastOp::math;
-        put(op, nd.a, nd.n);
-        grow(sp, deepest, 1 - static_cast<int>(nd.n));
-        return true;
-    }
-
     // ---- tree ----
 
-    std::uint32_t add_node(kapExprCompiled::Op op, std::size_t offset, std::uint32_t a = 0,
+    std::uint32_t add_node(kapExprOp op, std::size_t offset, std::uint32_t a = 0,
                            std::uint32_t b = 0, std::uint8_t n = 0, int depth = 1) {
-        kapExprCompiled::Node nd;
+        kapExprNode nd;
         nd.op = op;
         nd.offset = static_cast<std::uint32_t>(offset);
         nd.a = a;
@@ -538,27 +371,25 @@ class kapExprParser {
         c_.nodes_.push_back(nd);
         depth_of_.push_back(depth);
         if (depth > kapExpr::max_depth) {
-            fail(kapExprErrTooDeep, offset, "expression nested too deeply");
+            fail(kapErrTooDeep, offset, "expression nested too deeply");
         }
         return static_cast<std::uint32_t>(c_.nodes_.size() - 1);
     }
 
     std::uint32_t add_constant(kapExprValue v, std::size_t offset) {
         c_.consts_.push_back(std::move(v));
-        return add_node(kapExprCompiled::Op::constant, offset,
+        return add_node(kapExprOp::constant, offset,
                         static_cast<std::uint32_t>(c_.consts_.size() - 1));
     }
 
-    bool is_const(std::uint32_t i) const {
-        return c_.nodes_[i].op == kapExprCompiled::Op::constant;
-    }
+    bool is_const(std::uint32_t i) const { return c_.nodes_[i].op == kapExprOp::constant; }
 
     // Replaces node i, whose operands are all constants, by its value (kept as it is when the
     // value is an error, so that the error is met, with its offset, at evaluation).
     void fold(std::uint32_t i);
 
     std::uint32_t binary(Tok t, std::size_t offset, std::uint32_t l, std::uint32_t r) {
-        using Op = kapExprCompiled::Op;
+        using Op = kapExprOp;
         Op op = Op::add;
         switch (t) {
             case Tok::star:
@@ -632,7 +463,7 @@ class kapExprParser {
 
     bool enter(std::size_t offset) {
         if (++nesting_ > kapExpr::max_depth) {
-            fail(kapExprErrTooDeep, offset, "expression nested too deeply");
+            fail(kapErrTooDeep, offset, "expression nested too deeply");
             return false;
         }
         return true;
@@ -653,7 +484,7 @@ class kapExprParser {
     }
 
     std::uint32_t parse_unary() {
-        using Op = kapExprCompiled::Op;
+        using Op = kapExprOp;
         if (tok_ == Tok::minus || tok_ == Tok::plus || tok_ == Tok::bang) {
             const Op op = tok_ == Tok::minus ? Op::neg : tok_ == Tok::plus ? Op::pos : Op::lnot;
             const std::size_t off = tok_off_;
@@ -712,7 +543,7 @@ class kapExprParser {
     }
 
     std::uint32_t parse_path() {
-        using Op = kapExprCompiled::Op;
+        using Op = kapExprOp;
         const std::size_t off = tok_off_;
         const kapExprAnchor anchor = anchor_;
         // Is it a call?
@@ -761,7 +592,7 @@ class kapExprParser {
         --nesting_;
         next();  // ')'
         if (args.size() > 255) {
-            fail(kapExprErrBadCall, off, "too many arguments");
+            fail(kapErrBadCall, off, "too many arguments");
             return 0;
         }
         const auto n = static_cast<std::uint8_t>(args.size());
@@ -777,11 +608,11 @@ class kapExprParser {
             } else {
                 msg += std::to_string(b.min_args) + (b.min_args == 1 ? " argument" : " arguments");
             }
-            fail(kapExprErrBadCall, off, msg);
+            fail(kapErrBadCall, off, msg);
             return 0;
         }
         if (static_cast<std::uint32_t>(fn) == fn_active && c_.nodes_[args[0]].op != Op::name) {
-            fail(kapExprErrBadCall, c_.nodes_[args[0]].offset,
+            fail(kapErrBadCall, c_.nodes_[args[0]].offset,
                  "active() takes the name of a parameter");
             return 0;
         }
@@ -868,16 +699,13 @@ class kapNoScope final : public kapExprScope {
 };
 }  // namespace
 
-kapExprValue kap_expr_eval_node(const kapExprCompiled& c, std::uint32_t node,
-                                const kapExprScope& scope);
-
 void kapExprParser::fold(std::uint32_t i) {
     static const kapNoScope none;
     kapExprValue v = kap_expr_eval_node(c_, i, none);
     if (v.is_error() || v.is_node() || v.is_none()) return;
     c_.consts_.push_back(std::move(v));
-    kapExprCompiled::Node& nd = c_.nodes_[i];
-    nd.op = kapExprCompiled::Op::constant;
+    kapExprNode& nd = c_.nodes_[i];
+    nd.op = kapExprOp::constant;
     nd.a = static_cast<std::uint32_t>(c_.consts_.size() - 1);
     nd.b = 0;
     nd.n = 0;
@@ -886,78 +714,6 @@ void kapExprParser::fold(std::uint32_t i) {
 
 // ---------------------------------------------------------------------------------------------
 
-kapExprCompiled::~kapExprCompiled() = default;
-
-bool kapExprCompiled::is_constant() const noexcept {
-    return ok() && !nodes_.empty() && nodes_[root_].op == Op::constant;
-}
-
-std::shared_ptr<const kapExprCompiled> kapExpr::compile_uncached(std::string_view text) {
-    std::shared_ptr<kapExprCompiled> c(new kapExprCompiled());
-    c->text_.assign(text.data(), text.size());
-    std::size_t begin = 0, end = c->text_.size();
-    if (is_wrapped(text)) {
-        begin = 2;
-        end -= 1;
-    }
-    kapExprParser(*c, begin, end).run();
-    return c;
-}
-
-namespace {
-struct TextHash {
-    using is_transparent = void;
-    std::size_t operator()(std::string_view s) const noexcept {
-        return std::hash<std::string_view>{}(s);
-    }
-};
-struct Cache {
-    std::mutex mutex;
-    std::unordered_map<std::string, std::shared_ptr<const kapExprCompiled>, TextHash,
-                       std::equal_to<>>
-        map;
-};
-// Never destroyed: compiled forms may be held by objects that outlive static destruction.
-Cache& cache() {
-    static Cache* c = new Cache();
-    return *c;
-}
-}  // namespace
-
-std::shared_ptr<const kapExprCompiled> kapExpr::compile(std::string_view text) {
-    Cache& c = cache();
-    {
-        std::lock_guard<std::mutex> lock(c.mutex);
-        auto it = c.map.find(text);
-        if (it != c.map.end()) return it->second;
-    }
-    std::shared_ptr<const kapExprCompiled> made = compile_uncached(text);
-    std::lock_guard<std::mutex> lock(c.mutex);
-    // Another thread may have compiled the same text meanwhile: keep the first.
-    auto [it, inserted] = c.map.emplace(std::string(text), std::move(made));
-    return it->second;
-}
-
-std::size_t kapExpr::cache_size() {
-    Cache& c = cache();
-    std::lock_guard<std::mutex> lock(c.mutex);
-    return c.map.size();
-}
-
-void kapExpr::clear_cache() {
-    Cache& c = cache();
-    std::lock_guard<std::mutex> lock(c.mutex);
-    c.map.clear();
-}
-
-bool kapExpr::is_wrapped(std::string_view text) noexcept {
-    return text.size() >= 3 && text[0] == '$' && text[1] == '{' && text.back() == '}';
-}
-
-std::string_view kapExpr::unwrap(std::string_view text) noexcept {
-    return is_wrapped(text) ? text.substr(2, text.size() - 3) : text;
-}
-
-std::string kapExpr::localize(std::string_view text) {
-    return std::string(text);
+void kap_expr_parse(kapExprCompiled& out, std::size_t begin, std::size_t end) {
+    kapExprParser(out, begin, end).run();
 }

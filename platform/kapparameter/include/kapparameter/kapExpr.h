@@ -4,7 +4,7 @@
 // A text is compiled once into a kapExprCompiled (kapExpr::compile keeps a process-wide cache
 // keyed by the text) and then evaluated any number of times against a kapExprScope, the object
 // that knows the parameters. Evaluation parses nothing and builds no strings for names: every
-// name path is split into components at compile time, each with its case-insensitive hash.
+// name path is split into components at compile time.
 //
 // Grammar (precedence from loosest to tightest; binary operators associate to the left):
 //
@@ -68,23 +68,15 @@
 #include <string_view>
 #include <vector>
 
+#include "kapparameter/kapTypes.h"
+
 class kapExprScope;
+struct kapExprNode;
+struct kapExprStep;
 
-// Error codes. The numbers are those of the framework's error parameter where both have one.
-enum kapExprErrorCode : int {
-    kapExprOk = 0,
-    kapExprErrSyntax = 1,        // the text does not parse
-    kapExprErrType = 2,          // an operand of the wrong type ('abc' * 2, a text as a condition)
-    kapExprErrUnknownName = 3,   // a name or function that nothing answers
-    kapExprErrCycle = 5,         // an expression that reads itself through the scope
-    kapExprErrDivideByZero = 6,  // x / 0
-    kapExprErrTooDeep = 7,       // nesting beyond the bounds
-    kapExprErrBadCall = 8,       // a built-in called with the wrong number or kind of arguments
-    kapExprErrDomain = 9,        // sqrt(-1), log(0), asin(2), tan(90), a result that is not finite
-};
-
+// A failure: a code of kapParameterErrorCode (kapErrNone when there is none), where, and why.
 struct kapExprError {
-    int code = kapExprOk;
+    int code = kapErrNone;
     int offset = -1;  // byte offset in the compiled text; -1 when unknown
     std::string message;
 };
@@ -92,7 +84,6 @@ struct kapExprError {
 // One component of a name path: a name, or an index written "[16]".
 struct kapExprName {
     std::string_view text;    // the name as written; empty for an index
-    std::uint32_t hash = 0;   // kapExpr::name_hash(text); 0 for an index
     std::int32_t index = -1;  // >= 0 for an index component
     bool is_index() const noexcept { return index >= 0; }
 };
@@ -168,7 +159,7 @@ class kapExprValue {
     std::string_view text() const noexcept { return text_; }
     const void* node() const noexcept { return type_ == Type::node ? ptr_ : nullptr; }
     const kapExprScope* scope() const noexcept { return type_ == Type::node ? scope_ : nullptr; }
-    int error_code() const noexcept { return type_ == Type::error ? code_ : kapExprOk; }
+    int error_code() const noexcept { return type_ == Type::error ? code_ : kapErrNone; }
     int error_offset() const noexcept { return type_ == Type::error ? offset_ : -1; }
     kapExprError error() const;
     // Sets the offset of an error that has none (the evaluator marks where a scope's error arose).
@@ -207,7 +198,7 @@ class kapExprScope {
     // always right; this base does.
     virtual bool read(const kapExprPath& path, kapExprScalar& out) const;
     // The value of a name path: a node reference (usual), a plain value, or an error value
-    // (kapExprErrUnknownName when nothing answers). Offsets may be left -1: the evaluator sets
+    // (kapErrNoItem when nothing answers). Offsets may be left -1: the evaluator sets
     // them.
     virtual kapExprValue resolve(const kapExprPath& path) const = 0;
     // A call that is not a built-in: "IsTurning()", "Tool.IsTurning()",
@@ -226,8 +217,8 @@ struct kapExprCompiled {
     kapExprCompiled& operator=(const kapExprCompiled&) = delete;
     ~kapExprCompiled();
 
-    bool ok() const noexcept { return error_.code == kapExprOk; }
-    // The compile error; code kapExprOk when the text compiled.
+    bool ok() const noexcept { return error_.code == kapErrNone; }
+    // The compile error; code kapErrNone when the text compiled.
     const kapExprError& error() const noexcept { return error_; }
     // The text as given to compile (with its "${" "}" when wrapped).
     const std::string& text() const noexcept { return text_; }
@@ -260,32 +251,16 @@ struct kapExprCompiled {
 
   private:
     friend class kapExprParser;
+    friend class kapExprEmitter;
     friend class kapExprEvaluator;
     friend class kapExpr;
     kapExprCompiled() = default;
 
-    // clang-format off
-    enum class Op : std::uint8_t {
-        constant,  // value: consts_[a]
-        name,      // names_[a]
-        neg, pos, lnot,
-        mul, div, add, sub,
-        eq, ne, lt, gt, le, ge,
-        land, lor,
-        builtin,   // function a; arguments args_[b .. b+n)
-        call,      // calls_[a]; arguments args_[b .. b+n)
-    };
-    // clang-format on
-    struct Node {
-        Op op;
-        std::uint8_t n = 0;  // unary/binary: children a, b; calls: argument count
-        std::uint32_t offset = 0;
-        std::uint32_t a = 0, b = 0;
-    };
-
+    // The tree (nodes refer to their children by index) and the postfix program; their forms are
+    // the engine's own (kapExprProgram.h).
     std::string text_;
     kapExprError error_;
-    std::vector<Node> nodes_;
+    std::vector<kapExprNode> nodes_;
     std::vector<std::uint32_t> args_;
     std::vector<kapExprValue> consts_;
     std::vector<kapExprName> comps_;
@@ -297,41 +272,10 @@ struct kapExprCompiled {
     bool uses_active_ = false;
 
     // The same expression as a postfix program over plain values, for evaluate_number and
-    // evaluate_bool; empty when the expression has a part it does not cover (calls, a stack
-    // deeper than fast_stack). It reads names with kapExprScope::read and gives up (the tree is
-    // then evaluated) at anything other than a plain answer: an error, a name it cannot read.
-    // clang-format off
-    enum class FastOp : std::uint8_t {
-        constant, name,            // push consts_[a] / the value of names_[a]
-        number,                    // push the double whose bits are a (low) and b (high); n: 1
-                                   // for a boolean
-        compare,                   // push names_[a] compared with consts_[b] (n: how, below)
-        neg, pos, lnot, to_bool,
-        mul, div, add, sub,
-        eq, ne, lt, gt, le, ge,
-        and_jump, or_jump,         // the condition on top decides: jump to a keeping it, or pop
-        select_jump, jump,         // pop a condition and jump to a when false / jump to a
-        min, max,                  // over the top n
-        math,                      // built-in number function a over the top n (1 or 2)
-        active,                    // push whether names_[a] is active
-    };
-    // clang-format on
-    struct Fast {
-        FastOp op;
-        std::uint8_t n = 0;
-        std::uint32_t a = 0;
-        std::uint32_t b = 0;
-    };
-    // compare: n is the comparison (0 ==, 1 !=, 2 <, 3 >, 4 <=, 5 >=), plus 8 when the constant
-    // is on the left.
-    static constexpr std::uint8_t fast_swapped = 8;
-    static constexpr int fast_stack = 16;
-    std::vector<Fast> fast_;
-
-    // What run_fast came to: an answer, an error (the tree evaluation errs at the same step), or
-    // a part that only the tree evaluation answers.
-    enum FastEnd : int { fast_done, fast_error, fast_general };
-    FastEnd run_fast(const kapExprScope& scope, bool as_bool, double& number, bool& truth) const;
+    // evaluate_bool; empty when the expression has a part it does not cover.
+    std::vector<kapExprStep> fast_;
+    // Runs the program: a kapExprFastEnd.
+    int run_fast(const kapExprScope& scope, bool as_bool, double& number, bool& truth) const;
 };
 
 // Marks a node as being evaluated on this thread while the guard lives, so that an expression
@@ -344,14 +288,14 @@ class kapExprGuard {
     ~kapExprGuard();
     kapExprGuard(const kapExprGuard&) = delete;
     kapExprGuard& operator=(const kapExprGuard&) = delete;
-    bool ok() const noexcept { return code_ == kapExprOk; }
-    // kapExprErrCycle when the node was already being evaluated, kapExprErrTooDeep when the
+    bool ok() const noexcept { return code_ == kapErrNone; }
+    // kapErrCycle when the node was already being evaluated, kapErrTooDeep when the
     // nesting is too deep.
     int code() const noexcept { return code_; }
     kapExprValue error() const;
 
   private:
-    int code_ = kapExprOk;
+    int code_ = kapErrNone;
 };
 
 class kapExpr {
@@ -376,22 +320,6 @@ class kapExpr {
     // The inside of a wrapped text; any other text unchanged.
     static std::string_view unwrap(std::string_view text) noexcept;
 
-    // The text in the current locale's number form. The library reads and writes numbers in the
-    // C locale only, so this answers the text unchanged.
-    static std::string localize(std::string_view text);
-
-    // Case-insensitive (ASCII) hash of a name: FNV-1a over the lower-cased bytes. The hash that
-    // kapExprName carries; name tables should index with the same function.
-    static constexpr std::uint32_t name_hash(std::string_view name) noexcept {
-        std::uint32_t h = 2166136261u;
-        for (char c : name) {
-            const char l = (c >= 'A' && c <= 'Z') ? static_cast<char>(c - 'A' + 'a') : c;
-            h ^= static_cast<unsigned char>(l);
-            h *= 16777619u;
-        }
-        return h;
-    }
-
     // Conversions with the language's rules; node references are asked of their scope.
     // to_number: numbers, booleans (0, 1), texts that read as numbers or "true"/"false".
     // to_bool: the same, non-zero being true; an empty text is false.
@@ -399,8 +327,13 @@ class kapExpr {
     static kapExprValue to_bool(const kapExprValue& v);
     // A node reference's plain value; any other value as it is.
     static kapExprValue to_plain(const kapExprValue& v);
-    // Reads a whole text as a number (C locale; blanks around allowed); false when it is not one.
+    // The one reader of number texts, for expressions and value texts alike (C locale, whatever
+    // the process locale): blanks (spaces and tabs) around, then at most one sign, then digits
+    // with an optional fraction and exponent ("12", "-1.5", ".5", "5.", "1e-3"), and nothing
+    // else; the number must fit a double. False for anything else ("+-5", "\n5", "5\r", "1,5",
+    // "inf", "0x10").
     static bool parse_number(std::string_view text, double& out) noexcept;
-    // The shortest text that reads back as `v` ("0.5", "3", "1e-07").
+    // The one writer of number texts: the shortest text that reads back as `v` exactly ("0.5",
+    // "3", "1e-07"); zero, also -0, is "0".
     static std::string format_number(double v);
 };

@@ -26,16 +26,19 @@ using kapParameterVectorAccessType = int;  // 1 component-wise
 // Unit systems for get_double_in_units / set_double_in_units and kapUnitsUtils::get_scale_from.
 enum kapUnitsType : int { kapUnitsMetric = 0, kapUnitsInch = 1 };
 
-// Error codes carried by kapParameterError.
+// Error codes: those carried by kapParameterError and by the expression engine's errors.
 enum kapParameterErrorCode : int {
-    kapErrGeneric = 0,
-    kapErrSyntax = 1,
-    kapErrType = 2,
-    kapErrNoItem = 3,  // the item named does not exist
-    kapErrLocked = 4,
-    kapErrCycle = 5,
-    kapErrDivideByZero = 6,
-    kapErrTooDeep = 7,
+    kapErrNone = -1,         // no error (the code of an expression value that is not one)
+    kapErrGeneric = 0,       // a failure with no code of its own
+    kapErrSyntax = 1,        // a text that does not parse
+    kapErrType = 2,          // an operand of the wrong type ('abc' * 2, a text as a condition)
+    kapErrNoItem = 3,        // the item named does not exist: a name or function nothing answers
+    kapErrLocked = 4,        // a write refused by a lock
+    kapErrCycle = 5,         // an expression that reads itself
+    kapErrDivideByZero = 6,  // x / 0
+    kapErrTooDeep = 7,       // nesting beyond the bounds
+    kapErrBadCall = 8,       // a built-in called with the wrong number or kind of arguments
+    kapErrDomain = 9,        // sqrt(-1), log(0), asin(2), tan(90), a result that is not finite
 };
 
 // Identity of an entity root in the process-wide registry; 0 is the empty id.
@@ -83,7 +86,6 @@ class kapDimensions {
   public:
     constexpr explicit kapDimensions(kapDimStandard s = kapDimNone) : standard_(s) {}
     constexpr kapDimStandard standard() const noexcept { return standard_; }
-    constexpr bool is_length() const noexcept { return standard_ == kapDimLength; }
 
   private:
     kapDimStandard standard_;

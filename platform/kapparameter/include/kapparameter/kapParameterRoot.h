@@ -1,0 +1,142 @@
+#pragma once
+// Entity roots, the process-wide registry of roots and tables of callbacks, scoped guards,
+// iteration over children and the global evaluation scope.
+
+#include <cstddef>
+
+#include "containers/co.h"
+#include "kapparameter/kapParameterMap.h"
+
+class kapParameterLoader;
+class kapParameterUpdater;
+
+// ---------------------------------------------------------------------------------------------
+// Roots
+
+// The root of one entity's tree: kind, version, name, object id (registered process-wide so that
+// references can be followed), modified flag and lock state.
+class kapParameterRoot : public kapParameterMap {
+    UT_TYPE(kapParameterRoot, kapParameterMap)
+
+    kapParameterRoot(const utString& kind, int version, const utString& name);
+    // A deep copy with its own object id.
+    kapParameterRoot(const kapParameterRoot& o);
+    kapParameterRoot& operator=(const kapParameterRoot& o);
+    ~kapParameterRoot() override;
+    kapParameter* create_new() const override { return new kapParameterRoot(*this); }
+    kapParameterType type() const noexcept override { return kapParameterType::root; }
+
+    // Empties the tree and declares it again with build_tree.
+    virtual void reset();
+    virtual void build_tree(kapParameter* parent) {}
+    virtual int get_precedence() const { return 0; }
+    // A loader bound to this root and a file's version, owned by the caller; null when locked.
+    virtual kapParameterLoader* create_loader(kapPtrClaim claim, int version);
+    virtual kapParameterUpdater* get_updater();
+    // The current key of a legacy key; this base answers the key unchanged.
+    virtual utString lookup_key_synonym(const utString& key) const { return key; }
+    // A member-function parameter for a function name used in expressions; empty when unknown.
+    virtual kapParameterPtr lookup_method(const kapParameterKey& key) const;
+    // The id that locks `par`; an empty id leaves it unlocked even while the root is locked.
+    virtual kapObjectId get_lock_id_imp(const kapParameter& par) const { return id_; }
+
+    static kapParameterRoot* get_root(const kapParameter* p) noexcept { return get_root_of(p); }
+    const utString& get_root_type() const noexcept { return kind_; }
+    const utString& get_root_name() const noexcept { return name_; }
+    void set_root_name(const utString& name) { name_ = name; }
+    int version() const noexcept { return version_; }
+    void set_version(int v) noexcept { version_ = v; }
+    kapObjectId get_id() const noexcept { return id_; }
+    kapRefToObjectId get_ref_to_id() const noexcept { return kapRefToObjectId(id_); }
+    bool get_modified() const noexcept { return modified_; }
+    void set_modified(bool m) noexcept { modified_ = m; }
+    bool root_locked() const noexcept { return locked_; }
+    void set_locked(bool locked) noexcept { locked_ = locked; }
+    // Writes refused because of the lock since construction.
+    int refused_writes() const noexcept { return refused_; }
+    void note_refused_write() const noexcept { ++refused_; }
+    utStringcoSList& strings() noexcept { return strings_; }
+
+    // The live root with this id, or null.
+    static kapParameterRoot* find_root(kapObjectId id) noexcept;
+
+    // Name table: for every parameter, the set of parameter paths its activity expression reads.
+    static void build_par_dependency_table(kapParameterRoot& root,
+                                           utStringutStringSetcoTable& table);
+
+  private:
+    void register_self();
+    utString kind_;
+    utString name_;
+    utStringcoSList strings_;
+    int version_;
+    kapObjectId id_;
+    mutable int refused_ = 0;
+    bool modified_ = false;
+    bool locked_ = false;
+};
+
+// ---------------------------------------------------------------------------------------------
+// Scoped guards and process-wide tables
+
+// While one lives, change callbacks are not run. Guards nest by counting.
+class kapBlockParUpdateCallbacks {
+  public:
+    kapBlockParUpdateCallbacks() noexcept;
+    ~kapBlockParUpdateCallbacks();
+    kapBlockParUpdateCallbacks(const kapBlockParUpdateCallbacks&) = delete;
+    kapBlockParUpdateCallbacks& operator=(const kapBlockParUpdateCallbacks&) = delete;
+    static bool block_parameter_update_callbacks() noexcept;
+};
+
+// While one lives, locked roots accept writes. Guards nest by counting.
+class kapParameterNoLock {
+  public:
+    kapParameterNoLock() noexcept;
+    ~kapParameterNoLock();
+    kapParameterNoLock(const kapParameterNoLock&) = delete;
+    kapParameterNoLock& operator=(const kapParameterNoLock&) = delete;
+    static bool active() noexcept;
+};
+
+// Process-wide tables from callback name to function, ordered by coiutStringLess. Entity classes
+// register their rows once ("onmodify_<kind>_<Path_with_underscores>"); parameters attach them by
+// name.
+class kapParameterCallbacks {
+  public:
+    static void register_onmodify(const utString& name, kapOnModifyFn fn);
+    static void register_onread(const utString& name, kapOnReadFn fn);
+    static void register_onmirror(const utString& name, kapOnMirrorFn fn);
+    static kapOnModifyFn find_onmodify(const utString& name);
+    static kapOnReadFn find_onread(const utString& name);
+    static kapOnMirrorFn find_onmirror(const utString& name);
+};
+
+// Iterates over a node's children; with follow_refs set, a reference child yields the root it
+// refers to (when it can be followed).
+class kapParameterIter {
+  public:
+    explicit kapParameterIter(const kapParameterPtr& par);
+    void set_follow_refs(int follow) noexcept { follow_ = follow != 0; }
+    bool done() const noexcept { return i_ >= size_; }
+    explicit operator bool() const noexcept { return !done(); }
+    kapParameterIter& operator++() noexcept {
+        ++i_;
+        return *this;
+    }
+    kapParameterPtr operator()() const;
+    kapParameterKey index() const;
+
+  private:
+    kapParameterPtr par_;
+    std::size_t i_ = 0;
+    std::size_t size_ = 0;
+    bool follow_ = false;
+};
+
+// The global evaluation scope: named entities the host registers ("toolpath" ...), found by
+// expressions after a name failed to resolve in the tree and through the root's lookup_method.
+class kapParameterLib {
+  public:
+    static kapParameterMap& get_eval_scope();
+};

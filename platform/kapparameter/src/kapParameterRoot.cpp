@@ -1,0 +1,197 @@
+#include "kapparameter/kapParameter.h"
+
+#include <atomic>
+#include <cstdint>
+#include <map>
+#include <mutex>
+#include <unordered_map>
+
+#include "kapEvalHooks.h"
+
+// ---------------------------------------------------------------------------------------------
+// Root
+
+namespace {
+
+struct Registry {
+    std::mutex mutex;
+    std::unordered_map<std::uint64_t, kapParameterRoot*> roots;
+    std::uint64_t next = 1;
+};
+Registry& registry() {
+    static Registry r;
+    return r;
+}
+
+}  // namespace
+
+kapParameterRoot::kapParameterRoot(const utString& kind, int version, const utString& name)
+    : kind_(kind), name_(name), version_(version) {
+    register_self();
+}
+
+kapParameterRoot::kapParameterRoot(const kapParameterRoot& o)
+    : kapParameterMap(o),
+      kind_(o.kind_),
+      name_(o.name_),
+      strings_(o.strings_),
+      version_(o.version_),
+      modified_(o.modified_),
+      locked_(o.locked_) {
+    register_self();
+}
+
+kapParameterRoot& kapParameterRoot::operator=(const kapParameterRoot& o) {
+    if (this == &o) return *this;
+    remove_all();
+    if (o.impl_ != impl_) {
+        release_impl();
+        attach_impl(o.impl_);
+    }
+    copy_children_from(o);
+    kind_ = o.kind_;
+    name_ = o.name_;
+    strings_ = o.strings_;
+    version_ = o.version_;
+    modified_ = o.modified_;
+    locked_ = o.locked_;
+    return *this;
+}
+
+void kapParameterRoot::register_self() {
+    kap_activity_changed();
+    auto& r = registry();
+    std::lock_guard<std::mutex> lock(r.mutex);
+    id_ = kapObjectId{r.next++};
+    r.roots.emplace(id_.value, this);
+}
+
+kapParameterRoot::~kapParameterRoot() {
+    kap_activity_changed();
+    auto& r = registry();
+    std::lock_guard<std::mutex> lock(r.mutex);
+    r.roots.erase(id_.value);
+}
+
+kapParameterRoot* kapParameterRoot::find_root(kapObjectId id) noexcept {
+    if (id.empty()) return nullptr;
+    auto& r = registry();
+    std::lock_guard<std::mutex> lock(r.mutex);
+    auto it = r.roots.find(id.value);
+    return it == r.roots.end() ? nullptr : it->second;
+}
+
+void kapParameterRoot::reset() {
+    remove_all();
+    build_tree(this);
+}
+
+kapParameterPtr kapParameterRoot::lookup_method(const kapParameterKey&) const {
+    return {};
+}
+
+void kapParameterRoot::build_par_dependency_table(kapParameterRoot& root,
+                                                  utStringutStringSetcoTable& table) {
+    kap_collect_dependencies(root, table);
+}
+
+// ---------------------------------------------------------------------------------------------
+// Guards and tables
+
+namespace {
+std::atomic<int> g_block_callbacks{0};
+std::atomic<int> g_nolock{0};
+
+template <class Fn>
+std::map<utString, Fn, coiutStringLess>& table_of() {
+    static std::map<utString, Fn, coiutStringLess> table;
+    return table;
+}
+std::mutex& table_mutex() {
+    static std::mutex m;
+    return m;
+}
+template <class Fn>
+Fn find_in(const utString& name) {
+    std::lock_guard<std::mutex> lock(table_mutex());
+    auto& t = table_of<Fn>();
+    auto it = t.find(name);
+    return it == t.end() ? nullptr : it->second;
+}
+template <class Fn>
+void register_in(const utString& name, Fn fn) {
+    std::lock_guard<std::mutex> lock(table_mutex());
+    table_of<Fn>()[name] = fn;
+}
+}  // namespace
+
+kapBlockParUpdateCallbacks::kapBlockParUpdateCallbacks() noexcept {
+    ++g_block_callbacks;
+}
+kapBlockParUpdateCallbacks::~kapBlockParUpdateCallbacks() {
+    --g_block_callbacks;
+}
+bool kapBlockParUpdateCallbacks::block_parameter_update_callbacks() noexcept {
+    return g_block_callbacks.load(std::memory_order_relaxed) > 0;
+}
+
+kapParameterNoLock::kapParameterNoLock() noexcept {
+    ++g_nolock;
+}
+kapParameterNoLock::~kapParameterNoLock() {
+    --g_nolock;
+}
+bool kapParameterNoLock::active() noexcept {
+    return g_nolock.load(std::memory_order_relaxed) > 0;
+}
+
+void kapParameterCallbacks::register_onmodify(const utString& name, kapOnModifyFn fn) {
+    register_in(name, fn);
+}
+void kapParameterCallbacks::register_onread(const utString& name, kapOnReadFn fn) {
+    register_in(name, fn);
+}
+void kapParameterCallbacks::register_onmirror(const utString& name, kapOnMirrorFn fn) {
+    register_in(name, fn);
+}
+kapOnModifyFn kapParameterCallbacks::find_onmodify(const utString& name) {
+    return find_in<kapOnModifyFn>(name);
+}
+kapOnReadFn kapParameterCallbacks::find_onread(const utString& name) {
+    return find_in<kapOnReadFn>(name);
+}
+kapOnMirrorFn kapParameterCallbacks::find_onmirror(const utString& name) {
+    return find_in<kapOnMirrorFn>(name);
+}
+
+// ---------------------------------------------------------------------------------------------
+// Iteration, global scope
+
+kapParameterIter::kapParameterIter(const kapParameterPtr& par)
+    : par_(par), size_(par ? par->size() : 0) {}
+
+kapParameterPtr kapParameterIter::operator()() const {
+    if (done()) return {};
+    const auto* map = kapParameterMap::ut_dynamic_cast(par_.pointer());
+    if (!map) return {};
+    kapParameterPtr c = map->child(i_);
+    if (follow_ && c->is_ref()) {
+        if (kapParameter* target = c->follow()) return kapParameterPtr(target);
+    }
+    return c;
+}
+
+kapParameterKey kapParameterIter::index() const {
+    if (done()) return {};
+    const auto* map = kapParameterMap::ut_dynamic_cast(par_.pointer());
+    const auto& c = map->child(i_);
+    if (c->get_name().empty() || ut_is_kind_of<kapParameterList>(map)) {
+        return kapParameterKey(static_cast<int>(i_), utString());
+    }
+    return kapParameterKey(c->get_name());
+}
+
+kapParameterMap& kapParameterLib::get_eval_scope() {
+    static kapParameterMap* scope = new kapParameterMap();
+    return *scope;
+}
