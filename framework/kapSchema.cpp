@@ -1,6 +1,7 @@
 #include "kappar/kapSchema.h"
 
 #include <cassert>
+#include <cstdio>
 #include <deque>
 #include <map>
 #include <mutex>
@@ -396,6 +397,12 @@ void kap_schema_report(std::string_view kind, const std::vector<utString>& probl
         list.insert(list.end(), problems.begin(), problems.end());
     }
     // A table that declares what its expressions and rules cannot find: see kap_schema_problems.
+#ifndef NDEBUG
+    for (const utString& p : problems) {
+        std::fprintf(stderr, "%.*s schema: %s\n", static_cast<int>(kind.size()), kind.data(),
+                     p.c_str());
+    }
+#endif
     assert(problems.empty());
 }
 
