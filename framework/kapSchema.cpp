@@ -235,7 +235,9 @@ bool kap_declare(kapParameter* parent, std::span<const kapDeclRow> rows,
     }
     d.maps.emplace(std::string_view(), Declaring::Owner{top, default_group});
     if (!d.declare(rows, {})) return false;
-    for (std::size_t i = 0; i < d.arrays.size(); ++i) {
+    // Innermost arrays first: an array declared inside an element template is filled before
+    // the template is copied into the elements of the outer array.
+    for (std::size_t i = d.arrays.size(); i-- > 0;) {
         for (int n = 0; n < d.array_sizes[i]; ++n) {
             d.arrays[i].first->append(d.arrays[i].second);
         }

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <initializer_list>
+#include <memory>
 #include <string>
 #include <utility>
 #include <variant>
@@ -855,3 +856,25 @@ TEST(BindingSealed, FunctionsThroughReferencesAskTheirOwnEntity) {
 }
 
 }  // namespace
+
+// An array declared inside the element of another array: every outer element holds its own
+// inner elements, not only the first, and they do not share values.
+TEST(BindingSealed, ArraysInsideArrayElementsAreFilledInEveryElement) {
+    using K = kapDeclKind;
+    static const kapDeclRow rows[] = {
+        {.path = "Outer", .legacy = {}, .label = "L", .kind = K::array, .size = 2},
+        {.path = "Outer[].Inner", .legacy = {}, .label = "L", .kind = K::array, .size = 2},
+        {.path = "Outer[].Inner[].Value", .legacy = {}, .label = "L", .def = "1"},
+    };
+    std::unique_ptr<kapParameterRoot> root(new kapParameterRoot("nested", 1, ""));
+    ASSERT_TRUE(kap_declare(root.get(), rows, "Test"));
+    for (const char* path : {"Outer[0].Inner[0].Value", "Outer[0].Inner[1].Value",
+                             "Outer[1].Inner[0].Value", "Outer[1].Inner[1].Value"}) {
+        EXPECT_NE(root->find_node(path), nullptr) << path;
+    }
+    auto* first = const_cast<kapParameter*>(root->find_node("Outer[0].Inner[1].Value"));
+    ASSERT_NE(first, nullptr);
+    ASSERT_TRUE(first->set_string("5"));
+    EXPECT_DOUBLE_EQ(root->find_node("Outer[1].Inner[1].Value")->get_double(), 1.0);
+    EXPECT_DOUBLE_EQ(root->find_node("Outer[0].Inner[0].Value")->get_double(), 1.0);
+}
