@@ -4,7 +4,11 @@
 #include "kappar/kapToolpathPar.h"
 #include "kappar/kapToolpathParUtils.h"
 
+#include "kapToolpathRead.h"
+
 namespace {
+using kap_toolpath::flag_of;
+using kap_toolpath::text_of;
 
 const kapToolpathPar* toolpath_of(const kapParameter& self) {
     return kapToolpathPar::ut_dynamic_cast(kapParameterRoot::get_root(&self));
@@ -12,16 +16,6 @@ const kapToolpathPar* toolpath_of(const kapParameter& self) {
 
 kapParameterPtr answer(bool v) {
     return kapParameterNumeric::create_bool(v ? 1 : 0);
-}
-
-utString text_of(const kapParameter& tree, std::string_view path) {
-    const kapParameter* p = tree.find_node(path);
-    return p != nullptr ? p->get_string() : utString();
-}
-
-bool flag_of(const kapParameter& tree, std::string_view path) {
-    const kapParameter* p = tree.find_node(path);
-    return p != nullptr && p->get_int() != 0;
 }
 
 // Calls `rule` on the toolpath the parameter lives in; false outside a toolpath.

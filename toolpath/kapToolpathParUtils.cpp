@@ -7,19 +7,13 @@
 #include "kapToolpathFuncs.h"
 #include "kappar/kapToolpathPar.h"
 
+#include "kapToolpathRead.h"
+
 namespace {
+using kap_toolpath::flag_of;
+using kap_toolpath::text_of;
 
 using Names = std::initializer_list<std::string_view>;
-
-utString text_of(const kapParameter& tree, std::string_view path) {
-    const kapParameter* p = tree.find_node(path);
-    return p != nullptr ? p->get_string() : utString();
-}
-
-bool flag_of(const kapParameter& tree, std::string_view path) {
-    const kapParameter* p = tree.find_node(path);
-    return p != nullptr && p->get_int() != 0;
-}
 
 bool active(const kapParameter& tree, std::string_view path) {
     const kapParameter* p = tree.find_node(path);
