@@ -39,7 +39,7 @@ int kapToolParLoader::load_par(const kapParameterKey& key, const utString& value
     }
     const int loaded = kapParameterLoader::load_par(key, value);
     // The saved cutting data that follows finds the entries of the loaded type.
-    if (kapdowncase(utString(first)) == "type") {
+    if (first.size() == 4 && kapdowncase(first) == "type") {
         if (auto* tool = kapToolPar::ut_dynamic_cast(&root_)) tool->reset_cutting_data_maps();
     }
     return loaded;

@@ -63,8 +63,16 @@ std::span<const kapToolParUtils::CuttingData> cutting_data() {
     return table;
 }
 
+// ASCII letter case ignored; type names are plain ASCII.
 bool equal_ignoring_case(std::string_view a, std::string_view b) {
-    return a.size() == b.size() && kapdowncase(utString(a)) == kapdowncase(utString(b));
+    const auto lower = [](char c) {
+        return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+    };
+    if (a.size() != b.size()) return false;
+    for (std::size_t i = 0; i < a.size(); ++i) {
+        if (lower(a[i]) != lower(b[i])) return false;
+    }
+    return true;
 }
 
 // The child map `name` of `map`, made when missing.
