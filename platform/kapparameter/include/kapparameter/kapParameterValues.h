@@ -19,6 +19,7 @@ class kapParameterNumeric : public kapParameter {
 
     void set_units(const kapUnits& units);
     void set_range(const kapRange& range);
+    kapDimensions get_dimensions() const noexcept { return kapDimensions(impl_->dims); }
 
     int get_int() const override;
     double get_double() const override;
