@@ -3,6 +3,8 @@
 // tolerances, stepovers, heights, leads and links, tool axis, turning ...).
 
 #include <array>
+#include <span>
+#include <string_view>
 
 #include "kappar/kapEntity.h"
 
@@ -143,4 +145,33 @@ class KAPPAR_API kapToolpathPar : public kapEntityRoot<kapToolpathPar> {
 
   private:
     const McTPCompHead* toolpath_ = nullptr;
+};
+
+// The mirror callbacks of the toolpath tree: each answers how a value changes when the toolpath
+// is mirrored (0 leaves it as it is).
+class KAPPAR_API kapToolpathParCallbacks {
+  public:
+    kapToolpathParCallbacks() = default;
+    ~kapToolpathParCallbacks() = default;
+
+    // 0 while "AngularLimits2" is active; else by strategy: "curve_projection" 1, "radial" 4,
+    // "rotary" 0, any other 3.
+    static kapParameterMirrorMode onmirror_toolpath_AngularLimits_Start(const kapParameter* par);
+    static kapParameterMirrorMode onmirror_toolpath_AngularLimits_End(const kapParameter* par);
+    // 1 for the "rotary" strategy, else 0.
+    static kapParameterMirrorMode onmirror_toolpath_LinearLimits_Start(const kapParameter* par);
+    static kapParameterMirrorMode onmirror_toolpath_LinearLimits_End(const kapParameter* par);
+    // 2 when the sibling "Mode" is "azimuth", else 0.
+    static kapParameterMirrorMode onmirror_toolpath_ToolAxis_FixedAngle_Value(
+        const kapParameter* par);
+    // 1 for the strategies of the lean list, else 0.
+    static kapParameterMirrorMode onmirror_toolpath_ToolAxis_Lean(const kapParameter* par);
+
+    // The strategies whose lean is mirrored (59) and those whose lean is not (24).
+    static std::span<const std::string_view> lean_strategies();
+    static std::span<const std::string_view> non_lean_strategies();
+
+    // True when every state of "Strategy" is in exactly one of the two lists and the lists name
+    // nothing else: a strategy added without a mirroring rule makes it false.
+    static bool test_mirror_sanity();
 };

@@ -3,8 +3,10 @@
 
 #include <cstdint>
 #include <cstring>
+#include <map>
 #include <memory>
 #include <mutex>
+#include <shared_mutex>
 #include <string>
 #include <unordered_map>
 
@@ -57,6 +59,16 @@ const kapParameter* walk(const kapParameter* node, std::span<const kapExprName> 
 }
 
 kapExprValue from_parameter(const kapParameterPtr& p, const kapExprScope* scope);
+
+// The functions registered with kapEvaluator::register_function, by exact name.
+struct FunctionTable {
+    std::shared_mutex mutex;
+    std::map<std::string, kapMemberFn, std::less<>> map;
+};
+FunctionTable& functions() {
+    static auto* table = new FunctionTable();  // lives for the process
+    return *table;
+}
 
 // ---------------------------------------------------------------------------------------------
 // Where names were found
@@ -378,6 +390,13 @@ class kapTreeScope final : public kapExprScope {
                     if (!v.is_none()) return v;
                 }
             }
+            // Last, a function that no entity owns ("cusp_from_stepover(Stepover;Tool)").
+            if (lone) {
+                if (kapMemberFn f = kapEvaluator::find_function(comps.back().text)) {
+                    const Nested nested;
+                    return from_parameter(f(*owner_, list), this);
+                }
+            }
         }
         return kapExprValue::from_error(kapErrNoItem,
                                         "unknown function '" + std::string(fn.text) + "'");
@@ -624,6 +643,23 @@ kapParameterPtr to_parameter(const kapExprValue& v) {
 }
 
 }  // namespace
+
+void kapEvaluator::register_function(std::string_view name, kapMemberFn fn) {
+    FunctionTable& t = functions();
+    const std::unique_lock lock(t.mutex);
+    if (fn == nullptr) {
+        if (auto it = t.map.find(name); it != t.map.end()) t.map.erase(it);
+        return;
+    }
+    t.map.insert_or_assign(std::string(name), fn);
+}
+
+kapMemberFn kapEvaluator::find_function(std::string_view name) {
+    FunctionTable& t = functions();
+    const std::shared_lock lock(t.mutex);
+    const auto it = t.map.find(name);
+    return it != t.map.end() ? it->second : nullptr;
+}
 
 kapParameterPtr kapEvaluator::evaluate(const utString& text) const {
     if (scope_ == nullptr) return kapParameterError::create(kapErrGeneric, "no scope");

@@ -1,6 +1,8 @@
 #pragma once
 // Evaluation of expression texts on a parameter tree.
 
+#include <string_view>
+
 #include "kapparameter/kapParameter.h"
 
 // Evaluates expressions relative to a scope parameter: names resolve among the scope's siblings
@@ -16,6 +18,14 @@ class kapEvaluator {
     // The text in the current locale's number form. Value texts always use the C locale ('.' as
     // the decimal separator), so the text is returned as it is.
     static utString localize(const utString& text) { return text; }
+
+    // Functions of the language that no entity owns ("cusp_from_stepover(Stepover;Tool)"),
+    // registered once by name (exact letter case, like the built-ins). A call of a lone name that
+    // nothing in the tree, the root's lookup_method or the global scope answers is answered by
+    // the function registered under it, called with the parameter that owns the expression and
+    // the list of arguments. Registering a name again replaces the function; null removes it.
+    static void register_function(std::string_view name, kapMemberFn fn);
+    static kapMemberFn find_function(std::string_view name);
 
   private:
     const kapParameter* scope_;
