@@ -60,7 +60,10 @@ class kapParameterRoot : public kapParameterMap {
     // The live root with this id, or null.
     static kapParameterRoot* find_root(kapObjectId id) noexcept;
 
-    // Name table: for every parameter, the set of parameter paths its activity expression reads.
+    // Dependency table: for every parameter that an activity or value expression of the tree
+    // reads, the set of paths of the parameters holding those expressions ("Type" -> {"IsClamp"}
+    // when IsClamp's activity reads Type). Names resolve as evaluation resolves them (siblings
+    // first, then outward); names that are not parameters of this tree make no row.
     static void build_par_dependency_table(kapParameterRoot& root,
                                            utStringutStringSetcoTable& table);
 
