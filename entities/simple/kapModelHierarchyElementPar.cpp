@@ -132,6 +132,7 @@ void kapModelHierarchyElementPar::set_parameters(kapParameterPtr map) {
 }
 
 kapParameterPtr kapModelHierarchyElementPar::add_child(const utString& name) {
+    if (!begin_write()) return kapParameterError::create(kapErrLocked, "locked: " + name);
     kapParameterMap* children = array_of(*this, "Children");
     if (children == nullptr) {
         return kapParameterError::create(kapErrNoItem, "no such item: Children");
@@ -141,10 +142,12 @@ kapParameterPtr kapModelHierarchyElementPar::add_child(const utString& name) {
 }
 
 bool kapModelHierarchyElementPar::add_component(const kapUniqueIdPair& id) {
+    if (!begin_write()) return false;
     return components_.add(id);
 }
 
 bool kapModelHierarchyElementPar::remove_component(const kapUniqueIdPair& id) {
+    if (!begin_write()) return false;
     return components_.remove(id);
 }
 
@@ -171,7 +174,7 @@ kapParameterPtr kapModelHierarchyElementPar::operator[](const kapParameterKey& k
 }
 
 void kapModelHierarchyElementPar::remove_all() {
-    if (is_locked()) return;
+    if (!begin_write()) return;
     if (kapParameterMap* children = array_of(*this, "Children")) {
         for (std::size_t i = 0; i < children->size(); ++i) {
             kapParameterPtr entry = children->child(i);

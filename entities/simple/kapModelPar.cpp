@@ -65,7 +65,7 @@ kapModelPar::~kapModelPar() {
 }
 
 void kapModelPar::reset() {
-    if (is_locked()) return;
+    if (!begin_write()) return;
     kapParameterRoot::reset();
     kapParameterPtr top(new kapModelHierarchyElementPar(get_root_name(), kapParameterPtr()));
     top->set_group_name("Model");
@@ -75,7 +75,7 @@ void kapModelPar::reset() {
 }
 
 void kapModelPar::remove_all() {
-    if (is_locked()) return;
+    if (!begin_write()) return;
     if (auto* top = kapParameterMap::ut_dynamic_cast(find_child(kHierarchy))) top->remove_all();
     kapParameterMap::remove_all();
 }

@@ -37,11 +37,11 @@ class KAPPAR_API kapModelHierarchyElementPar : public kapParameterMap {
     // Replaces the map of free parameters ("Parameters") by `map`.
     void set_parameters(kapParameterPtr map);
     // A new child element named `name`, appended to "Children"; an error parameter when this
-    // element has no "Children" array (after remove_all).
+    // element has no "Children" array (after remove_all) or is locked.
     kapParameterPtr add_child(const utString& name);
 
     // Model components of this element. add answers false when the component is already listed,
-    // remove when it is not.
+    // remove when it is not; both answer false while the element is locked.
     bool add_component(const kapUniqueIdPair& id);
     bool remove_component(const kapUniqueIdPair& id);
     const kapMcParModelCompList& components() const noexcept { return components_; }

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "kappar/kapBoundaryPar.h"
+#include "kappar/kapEntity.h"
 #include "kappar/kapLevelPar.h"
 #include "kappar/kapSchema.h"
 #include "kapparameter/kapEvaluator.h"
@@ -666,15 +667,97 @@ TEST(BindingEntities, AnInactiveMapHidesItsChildren) {
     expect_answer(kapEvaluator(&b).evaluate("max_possible_error + 1"), 1.0, "legacy key");
 }
 
-TEST(BindingEntities, DependenciesListTheNamesEachConditionReads) {
-    kapParameterPtr sim = make_simulation();
+// The parameter a name of `owner`'s expression reads, found the way evaluation finds it: among
+// the siblings, then outward; "RootPar." paths from the root. Null for other names.
+const kapParameter* read_by(const kapParameter& owner, const kapExprPath& path) {
+    if (path.anchor == kapExprAnchor::global || path.components.empty()) return nullptr;
+    const std::string rel(path.relative);
+    if (path.anchor == kapExprAnchor::root)
+        return kapParameterRoot::get_root(&owner)->find_node(rel);
+    const std::string first(path.components.front().text);
+    for (const kapParameter* level = owner.parent(); level != nullptr; level = level->parent()) {
+        const auto* map = kapParameterMap::ut_dynamic_cast(level);
+        if (map != nullptr && !first.empty() && map->find_child(first) != nullptr) {
+            return map->find_node(rel);
+        }
+    }
+    return nullptr;
+}
+
+bool lists(const utStringutStringSetcoTable& table, const char* read, const char* dependent) {
+    auto it = table.find(read);
+    return it != table.end() && it->second.contains(dependent);
+}
+
+TEST(BindingEntities, DependencyTableListsWhatDependsOnEachParameter) {
+    kapLevelPar level("L");
     utStringutStringSetcoTable table;
-    kapParameterRoot::build_par_dependency_table(static_cast<kapParameterRoot&>(*sim), table);
-    ASSERT_TRUE(table.contains("Issues.Collisions.HolderClearance"));
-    const auto& names = table.at("Issues.Collisions.HolderClearance");
-    EXPECT_EQ(names.size(), 2u);
-    EXPECT_TRUE(names.contains("CheckToolAndHolder"));
-    EXPECT_TRUE(table.at("Singularity.Angle").contains("Avoidance.On"));
+    kapParameterRoot::build_par_dependency_table(level, table);
+    EXPECT_EQ(table.size(), 1u);
+    EXPECT_TRUE(lists(table, "Type", "IsClamp"));
+    EXPECT_EQ(table["Type"].size(), 1u);
+
+    kapBoundaryPar b("B");
+    ASSERT_TRUE(b["Thickness"]->set_string("Tolerance*2"));  // value expressions count too
+    table.clear();
+    kapParameterRoot::build_par_dependency_table(b, table);
+    struct Row {
+        const char* read;
+        const char* dependent;
+        bool listed;
+    };
+    // clang-format off
+    for (const Row& r : std::initializer_list<Row>{
+             {"Type",                   "Block",                  true},
+             {"BlockLimiting",          "Block",                  true},
+             {"Type",                   "AxialThickness",         true},
+             {"UseAxialThickness",      "AxialThickness",         true},
+             {"Tolerance",              "Thickness",              true},
+             {"Block.CoordinateSystem", "Block.NamedWorkplane",   true},
+             {"Block.Type",             "Block.Limits.XMin",      true},  // the nearer "Type"
+             {"Type",                   "Block.Limits.XMin",      false},
+             {"Block.Type",             "Block.Diameter",         true},
+             {"IsClamp",                "Type",                   false},
+             {"Thickness",              "Tolerance",              false},  // not the other way
+         }) {
+        // clang-format on
+        EXPECT_EQ(lists(table, r.read, r.dependent), r.listed) << r.read << " -> " << r.dependent;
+    }
+}
+
+TEST(BindingEntities, EveryParameterAnExpressionReadsListsTheExpressionsOwner) {
+    for (const auto& kind : kapEntityKinds::all()) {
+        std::unique_ptr<kapParameterRoot> root = kapEntityKinds::create(kind.kind, "E");
+        ASSERT_TRUE(root) << kind.kind;
+        utStringutStringSetcoTable table;
+        kapParameterRoot::build_par_dependency_table(*root, table);
+        std::vector<const kapParameter*> stack{root.get()};
+        int checked = 0;
+        while (!stack.empty()) {
+            const kapParameter* p = stack.back();
+            stack.pop_back();
+            const utString owner = kapParameter::get_name(*p, 1);
+            for (const utString& text : {p->get_active(), p->get_expr()}) {
+                if (text.empty()) continue;
+                for (const kapExprPath& path : kapExpr::compile(text)->names()) {
+                    const kapParameter* read = read_by(*p, path);
+                    // Names read through a reference belong to another entity's table.
+                    if (read == nullptr || kapParameterRoot::get_root(read) != root.get()) continue;
+                    const utString name = kapParameter::get_name(*read, 1);
+                    EXPECT_TRUE(lists(table, name.c_str(), owner.c_str()))
+                        << kind.kind << ": " << name << " -> " << owner << " (" << text << ")";
+                    ++checked;
+                }
+            }
+            if (const auto* m = kapParameterMap::ut_dynamic_cast(p)) {
+                for (const auto& c : m->children())
+                    stack.push_back(c.pointer());
+            }
+        }
+        if (kind.kind == "boundary" || kind.kind == "toolpath") {
+            EXPECT_GT(checked, 20) << kind.kind;
+        }
+    }
 }
 
 // ---------------------------------------------------------------------------------------------

@@ -510,6 +510,8 @@ class kapTreeScope final : public kapExprScope {
         return from_parameter(m, this);
     }
 
+  public:
+    // The parameter `path` names, or null when the tree does not hold it.
     const kapParameter* find(const kapExprPath& path) const {
         switch (path.anchor) {
             case kapExprAnchor::root: {
@@ -545,6 +547,7 @@ class kapTreeScope final : public kapExprScope {
         return find_from(level, path, /*climb=*/true);
     }
 
+  private:
     // find() for a path whose compiled form lasts: the walk from `start` (climbing outward when
     // `climb` is set) is remembered and checked the next time instead of being repeated.
     // Whether walks to `path` may be remembered: it is one of the lasting compiled form's own
@@ -802,18 +805,26 @@ void kap_compile_active(const kapParameterImpl& impl) {
 }
 
 void kap_collect_dependencies(const kapParameterRoot& root, utStringutStringSetcoTable& table) {
-    // For every parameter with an activity expression: the names the expression reads.
+    // For every parameter with an activity or a value expression: each parameter of this tree
+    // that the expression reads, found as evaluation finds it, lists the expression's owner.
+    // Names answered elsewhere (the root's functions, other entities, the global scope) are not
+    // parameters of this tree and make no row.
+    const auto note = [&](const kapParameter& owner, const utString& text) {
+        const auto compiled = kapExpr::compile(text);
+        const kapTreeScope scope(&owner);
+        const utString dependent = kapParameter::get_name(owner, 1);
+        for (const kapExprPath& path : compiled->names()) {
+            const kapParameter* read = scope.find(path);
+            if (read == nullptr || kapParameterRoot::get_root(read) != &root) continue;
+            table[kapParameter::get_name(*read, 1)].insert(dependent);
+        }
+    };
     std::vector<const kapParameter*> stack{&root};
     while (!stack.empty()) {
         const kapParameter* p = stack.back();
         stack.pop_back();
-        if (!p->get_active().empty()) {
-            auto compiled = kapExpr::compile(p->get_active());
-            auto& names = table[kapParameter::get_name(*p, 1)];
-            for (const auto& n : compiled->names()) {
-                names.insert(utString(n.text));
-            }
-        }
+        if (!p->get_active().empty()) note(*p, p->get_active());
+        if (p->is_expr()) note(*p, p->get_expr());
         if (p->is_map()) {
             const auto* m = static_cast<const kapParameterMap*>(p);
             for (std::size_t i = 0; i < m->size(); ++i) {

@@ -182,6 +182,7 @@ void kapParameterMap::touch_structure() noexcept {
 }
 
 void kapParameterMap::copy_children_from(const kapParameterMap& o) {
+    if (!begin_write()) return;
     kap_activity_changed();
     const bool was_empty = size_ == 0;
     if (!was_empty) touch_structure();
@@ -323,6 +324,7 @@ const kapParameter* kapParameterMap::find_node(std::string_view path) const {
 
 kapParameterPtr kapParameterMap::append(const kapParameterPtr& par) {
     if (!par) return kapParameterError::create(kapErrGeneric, "nothing to add");
+    if (!begin_write()) return kapParameterError::create(kapErrLocked, "locked");
     kapParameterPtr child = par;
     if (child->parent_ != nullptr) child = kapParameterPtr(par->create_new());
     child->parent_ = this;
@@ -347,6 +349,8 @@ kapParameterPtr kapParameterMap::add(const kapParameterKey& key, const kapParame
         target = const_cast<kapParameterMap*>(kapParameterMap::ut_dynamic_cast(node));
         if (!target) return kapParameterError::create(kapErrNoItem, "no such map: " + key.str());
     }
+    if (!target->begin_write())
+        return kapParameterError::create(kapErrLocked, "locked: " + key.str());
     const auto& last = key.components().back();
     kapParameterPtr child = par;
     if (child->parent_ != nullptr) child = kapParameterPtr(par->create_new());
@@ -389,6 +393,7 @@ bool kapParameterMap::remove(const kapParameterKey& key) {
     const kapParameter* node = walk(key);
     if (!node || !node->parent_) return false;
     kapParameterMap* owner = node->parent_;
+    if (!owner->begin_write()) return false;
     for (std::uint32_t i = 0; i < owner->size_; ++i) {
         if (owner->slot_.kids[i].pointer() == node) {
             owner->flags_ &= ~kExactIndexFlag;
@@ -401,6 +406,7 @@ bool kapParameterMap::remove(const kapParameterKey& key) {
 }
 
 void kapParameterMap::remove_all() {
+    if (!begin_write()) return;
     flags_ &= ~kExactIndexFlag;
     touch_structure();
     clear_kids();

@@ -42,7 +42,8 @@ kapParameterRoot::kapParameterRoot(const kapParameterRoot& o)
 }
 
 kapParameterRoot& kapParameterRoot::operator=(const kapParameterRoot& o) {
-    if (this == &o) return *this;
+    // A locked target refuses; an unlocked one stays unlocked (the lock is not a value).
+    if (this == &o || !begin_write()) return *this;
     remove_all();
     if (o.impl_ != impl_) {
         release_impl();
@@ -54,7 +55,6 @@ kapParameterRoot& kapParameterRoot::operator=(const kapParameterRoot& o) {
     strings_ = o.strings_;
     version_ = o.version_;
     modified_ = o.modified_;
-    locked_ = o.locked_;
     return *this;
 }
 
@@ -82,6 +82,7 @@ kapParameterRoot* kapParameterRoot::find_root(kapObjectId id) noexcept {
 }
 
 void kapParameterRoot::reset() {
+    if (!begin_write()) return;
     remove_all();
     build_tree(this);
 }

@@ -451,12 +451,74 @@ bool kapParameterVector::is_equal(const kapParameter& other) const {
     return kapParameter::is_equal(other) && impl_->vector_size == other.impl().vector_size;
 }
 
+bool kapParameterVector::set_component(int i, double v) {
+    if (i < 0 || i >= impl_->vector_size || std::isnan(v)) return false;
+    if (!begin_write()) return false;
+    if (is_expr()) {
+        std::vector<double> now(static_cast<std::size_t>(impl_->vector_size), 0.0);
+        for (int k = 0; k < impl_->vector_size; ++k)
+            now[static_cast<std::size_t>(k)] = get_component(k);
+        clear_extra();
+        std::copy(now.begin(), now.end(), data());
+    } else if (data()[i] == v && std::signbit(data()[i]) == std::signbit(v)) {
+        return true;
+    }
+    data()[i] = v;
+    end_write();
+    return true;
+}
+
+namespace {
+// One component of a vector, answered by value; its number setters write to the vector. A
+// component of a vector in an entity finds the vector again through its root and path, so it
+// never outlives what it writes to; one of a detached vector keeps the vector counted.
+class VectorComponent final : public kapParameterNumeric {
+  public:
+    VectorComponent(const kapParameterVector& owner, int i, int dims)
+        : kapParameterNumeric(kapSubTypeReal, kapDimensions(dims), owner.get_component(i)),
+          index_(i) {
+        if (const kapParameterRoot* root = owner.get_root()) {
+            root_ = root->get_id();
+            path_ = kapParameter::get_name(owner, 1);
+        } else {
+            detached_ = kapParameterPtr(&owner);
+        }
+    }
+    kapParameter* create_new() const override {
+        return new kapParameterNumeric(kapSubTypeReal, kapDimensions(impl().dims), get_double());
+    }
+    bool set_double(double v) override {
+        kapParameterVector* vec = owner();
+        if (vec == nullptr || !vec->set_component(index_, v)) return false;
+        return kapParameterNumeric::set_double(v);
+    }
+    bool set_string(const utString& text) override {
+        double v = 0.0;
+        if (!kapParameterNumeric::parse(text, v)) return false;
+        return set_double(v);
+    }
+
+  private:
+    kapParameterVector* owner() const {
+        const kapParameter* node = detached_.pointer();
+        if (!root_.empty()) {
+            const kapParameterRoot* root = kapParameterRoot::find_root(root_);
+            node = root ? root->find_node(path_) : nullptr;
+        }
+        return const_cast<kapParameterVector*>(kapParameterVector::ut_dynamic_cast(node));
+    }
+    kapObjectId root_;
+    utString path_;
+    kapParameterPtr detached_;
+    int index_;
+};
+}  // namespace
+
 kapParameterPtr kapParameterVector::operator[](const kapParameterKey& key) const {
     if (key.size() == 1 && key.first_index() >= 0 && key.first_index() < impl_->vector_size) {
-        // Components are values, not nodes: the answer is a detached copy of the component.
+        // Components are values, not nodes: the answer is a copy that writes through.
         const int dims = impl_->component ? impl_->component->dims : kapDimNone;
-        return kapParameterPtr(new kapParameterNumeric(kapSubTypeReal, kapDimensions(dims),
-                                                       get_component(key.first_index())));
+        return kapParameterPtr(new VectorComponent(*this, key.first_index(), dims));
     }
     return kapParameter::operator[](key);
 }

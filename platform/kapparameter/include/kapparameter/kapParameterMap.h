@@ -39,7 +39,7 @@ class kapParameterMap : public kapParameter {
     bool is_equal(const kapParameter& other) const override;
     bool copy_value_from(const kapParameter& other) override;
     utString get_string() const override { return utString(); }
-    bool set_string(const utString& text) override { return false; }
+    bool set_string(const utString&) override { return false; }
 
     // Builds the child index of this map and every map below, and pins their declarations:
     // the tree becomes a prototype whose declarations instances share. The nodes below are

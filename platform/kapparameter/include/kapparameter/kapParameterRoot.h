@@ -28,7 +28,7 @@ class kapParameterRoot : public kapParameterMap {
 
     // Empties the tree and declares it again with build_tree.
     virtual void reset();
-    virtual void build_tree(kapParameter* parent) {}
+    virtual void build_tree(kapParameter*) {}
     virtual int get_precedence() const { return 0; }
     // A loader bound to this root and a file's version, owned by the caller; null when locked.
     virtual kapParameterLoader* create_loader(kapPtrClaim claim, int version);
@@ -38,7 +38,7 @@ class kapParameterRoot : public kapParameterMap {
     // A member-function parameter for a function name used in expressions; empty when unknown.
     virtual kapParameterPtr lookup_method(const kapParameterKey& key) const;
     // The id that locks `par`; an empty id leaves it unlocked even while the root is locked.
-    virtual kapObjectId get_lock_id_imp(const kapParameter& par) const { return id_; }
+    virtual kapObjectId get_lock_id_imp(const kapParameter&) const { return id_; }
 
     static kapParameterRoot* get_root(const kapParameter* p) noexcept { return get_root_of(p); }
     const utString& get_root_type() const noexcept { return kind_; }
@@ -60,7 +60,10 @@ class kapParameterRoot : public kapParameterMap {
     // The live root with this id, or null.
     static kapParameterRoot* find_root(kapObjectId id) noexcept;
 
-    // Name table: for every parameter, the set of parameter paths its activity expression reads.
+    // Dependency table: for every parameter that an activity or value expression of the tree
+    // reads, the set of paths of the parameters holding those expressions ("Type" -> {"IsClamp"}
+    // when IsClamp's activity reads Type). Names resolve as evaluation resolves them (siblings
+    // first, then outward); names that are not parameters of this tree make no row.
     static void build_par_dependency_table(kapParameterRoot& root,
                                            utStringutStringSetcoTable& table);
 

@@ -134,6 +134,9 @@ class kapParameterVector : public kapParameter {
     void set_access_type(kapParameterVectorAccessType t);
     int num_components() const noexcept { return impl_->vector_size; }
     double get_component(int i) const;
+    // Writes component i; a vector held as an expression becomes plain values first. False when
+    // i is out of range or the write is refused.
+    bool set_component(int i, double v);
 
     double get_double() const override { return get_component(0); }
     int get_int() const override { return static_cast<int>(get_component(0)); }
@@ -144,7 +147,8 @@ class kapParameterVector : public kapParameter {
     utString get_value_text() const override;
     bool check_range() const override;
     bool is_equal(const kapParameter& other) const override;
-    // Component i as "[i]".
+    // Component i as "[i]": a numeric whose number setters write through to this vector (an
+    // expression is refused, components hold plain numbers).
     kapParameterPtr operator[](const kapParameterKey& key) const override;
 
     static bool parse(std::string_view text, std::span<double> out);
