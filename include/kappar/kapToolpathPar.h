@@ -9,9 +9,32 @@
 class McTPCompHead;  // the host's calculated toolpath
 class kapMcParList;  // the host's legacy toolpath parameter list
 
+// Rewrites legacy keys and values while a toolpath is read, and converts the legacy corner
+// filleting into "CornerRadius" when loading ends.
 class KAPPAR_API kapToolpathParLoader : public kapParameterLoader {
   public:
-    using kapParameterLoader::kapParameterLoader;
+    kapToolpathParLoader(kapParameterRoot& root, int version);
+
+    int load_par(const kapParameterKey& key, const utString& value) override;
+    // Writes "CornerRadius.Active", ".Style" and ".Value" from what the legacy keys left, then
+    // ends loading as the framework does.
+    void finalise_loading() override;
+
+    // The strategy ("strategy") is "inter_constz", "opti_constz" or "constantz".
+    bool support_cornerfilleting_20200() const;
+    // Forgets every corner-filleting setting read so far.
+    void init_support_cornerfilleting_20200();
+
+  private:
+    // 1 once a legacy corner-filleting value was read; -1 once a "CornerRadius" key of a newer
+    // file showed that there is nothing to convert.
+    int cornerfilleting_seen_ = 0;
+    utString cornerfilleting_;
+    bool write_active_ = false;
+    bool active_value_ = false;
+    bool write_style_ = false;
+    bool style_filleting_ = false;  // "cornerfilleting" when set, "coinfitting" when clear
+    utString corner_radius_;
 };
 
 // Process-wide state of the toolpath loaders: the set of key strings they consult, and the
@@ -71,6 +94,20 @@ class KAPPAR_API kapToolpathPar : public kapEntityRoot<kapToolpathPar> {
     // Takes the values of every item of the list except boundary items, then the strategy type
     // of the last strategy item unless it is "unknown".
     void copy_from_parlist(const kapMcParList& list);
+
+    // Legacy key to current path, by the exact (case-sensitive) table of renamed keys; any other
+    // key goes to the framework.
+    utString lookup_key_synonym(const utString& key) const override;
+
+    // The rows of the synonym table, in the table's order.
+    struct Synonym {
+        std::string_view legacy;
+        std::string_view current;
+    };
+    static std::span<const Synonym> key_synonyms();
+    // Every declared path that the toolpath's loading and updating name: the synonym targets
+    // that the tree declares, then the paths of the loader rules and the update steps.
+    static std::span<const std::string_view> named_paths();
 
     // The expression that ties the stepover to the cusp height.
     static const utString& stepover_from_cusp_expr();
