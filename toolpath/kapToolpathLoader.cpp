@@ -117,6 +117,8 @@ std::span<const std::string_view> kapToolpathPar::named_paths() {
             }
         }
         all.insert(all.end(), std::begin(kLoaderPaths), std::end(kLoaderPaths));
+        const auto steps = kapToolpathParUpdater::named_paths();
+        all.insert(all.end(), steps.begin(), steps.end());
         return all;
     }();
     return paths;

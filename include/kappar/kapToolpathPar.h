@@ -48,9 +48,72 @@ struct KAPPAR_API kapToolpathParLoaderState {
     static void reset();
 };
 
+// Brings a toolpath saved at an older version to version 29, one step per version. Each step
+// receives the keys that the saved data held, so that it can tell a saved value from a default.
 class KAPPAR_API kapToolpathParUpdater : public kapEntityUpdater<kapToolpathParUpdater> {
   public:
     static void fill(kapParameterSimpleUpdatercoSList& list);
+    // The declared paths that the steps read or write.
+    static std::span<const std::string_view> named_paths();
+
+    static void update_from_0_to_1(int& version, kapParameterRoot& root,
+                                   const utStringcoSList& loaded_keys);
+    static void update_from_1_to_2(int& version, kapParameterRoot& root,
+                                   const utStringcoSList& loaded_keys);
+    static void update_from_2_to_3(int& version, kapParameterRoot& root,
+                                   const utStringcoSList& loaded_keys);
+    static void update_from_3_to_4(int& version, kapParameterRoot& root,
+                                   const utStringcoSList& loaded_keys);
+    static void update_from_4_to_5(int& version, kapParameterRoot& root,
+                                   const utStringcoSList& loaded_keys);
+    static void update_from_5_to_6(int& version, kapParameterRoot& root,
+                                   const utStringcoSList& loaded_keys);
+    static void update_from_6_to_7(int& version, kapParameterRoot& root,
+                                   const utStringcoSList& loaded_keys);
+    static void update_from_7_to_8(int& version, kapParameterRoot& root,
+                                   const utStringcoSList& loaded_keys);
+    static void update_from_8_to_9(int& version, kapParameterRoot& root,
+                                   const utStringcoSList& loaded_keys);
+    static void update_from_9_to_10(int& version, kapParameterRoot& root,
+                                    const utStringcoSList& loaded_keys);
+    static void update_from_10_to_11(int& version, kapParameterRoot& root,
+                                     const utStringcoSList& loaded_keys);
+    static void update_from_11_to_12(int& version, kapParameterRoot& root,
+                                     const utStringcoSList& loaded_keys);
+    static void update_from_12_to_13(int& version, kapParameterRoot& root,
+                                     const utStringcoSList& loaded_keys);
+    static void update_from_13_to_14(int& version, kapParameterRoot& root,
+                                     const utStringcoSList& loaded_keys);
+    static void update_from_14_to_15(int& version, kapParameterRoot& root,
+                                     const utStringcoSList& loaded_keys);
+    static void update_from_15_to_16(int& version, kapParameterRoot& root,
+                                     const utStringcoSList& loaded_keys);
+    static void update_from_16_to_17(int& version, kapParameterRoot& root,
+                                     const utStringcoSList& loaded_keys);
+    static void update_from_17_to_18(int& version, kapParameterRoot& root,
+                                     const utStringcoSList& loaded_keys);
+    static void update_from_18_to_19(int& version, kapParameterRoot& root,
+                                     const utStringcoSList& loaded_keys);
+    static void update_from_19_to_20(int& version, kapParameterRoot& root,
+                                     const utStringcoSList& loaded_keys);
+    static void update_from_20_to_21(int& version, kapParameterRoot& root,
+                                     const utStringcoSList& loaded_keys);
+    static void update_from_21_to_22(int& version, kapParameterRoot& root,
+                                     const utStringcoSList& loaded_keys);
+    static void update_from_22_to_23(int& version, kapParameterRoot& root,
+                                     const utStringcoSList& loaded_keys);
+    static void update_from_23_to_24(int& version, kapParameterRoot& root,
+                                     const utStringcoSList& loaded_keys);
+    static void update_from_24_to_25(int& version, kapParameterRoot& root,
+                                     const utStringcoSList& loaded_keys);
+    static void update_from_25_to_26(int& version, kapParameterRoot& root,
+                                     const utStringcoSList& loaded_keys);
+    static void update_from_26_to_27(int& version, kapParameterRoot& root,
+                                     const utStringcoSList& loaded_keys);
+    static void update_from_27_to_28(int& version, kapParameterRoot& root,
+                                     const utStringcoSList& loaded_keys);
+    static void update_from_28_to_29(int& version, kapParameterRoot& root,
+                                     const utStringcoSList& loaded_keys);
 };
 
 class KAPPAR_API kapToolpathPar : public kapEntityRoot<kapToolpathPar> {

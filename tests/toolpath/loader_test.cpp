@@ -196,3 +196,122 @@ TEST(ToolpathLoader, LockedRootGivesNoLoader) {
 }
 
 }  // namespace
+
+// -----------------------------------------------------------------------------------------------
+// Version steps
+
+namespace {
+
+// A toolpath loaded from `pairs` saved at `version` and updated.
+std::unique_ptr<kapToolpathPar> load_and_update(int version, const Pairs& pairs) {
+    kapParameterUpdater::get_unrecognised_pars().clear();
+    auto t = std::make_unique<kapToolpathPar>("T");
+    std::unique_ptr<kapParameterLoader> loader(t->create_loader(kapPtrClaim{}, version));
+    for (const auto& [k, v] : pairs) {
+        loader->load_par(kapParameterKey(k), v);
+    }
+    loader->finalise_loading();
+    t->get_updater()->update(version, *t, loader->loaded_keys());
+    return t;
+}
+
+std::vector<std::pair<std::string, std::string>> values_of(const kapParameter& root) {
+    std::set<std::string> paths;
+    collect(root, "", paths);
+    std::vector<std::pair<std::string, std::string>> out;
+    for (const std::string& p : paths) {
+        out.emplace_back(p, root.find_node(p)->get_value_text());
+    }
+    return out;
+}
+
+}  // namespace
+
+TEST(ToolpathUpdater, CurrentVersionIsUntouched) {
+    const Pairs pairs = {{"Strategy", "inter_constz"},
+                         {"ShallowStrategy", "offset_steep"},
+                         {"CollisionAvoidance.Type", "lead"},
+                         {"Rapid.SafeArea", "cylinder"}};
+    auto loaded = load(29, pairs);
+    auto updated = load_and_update(29, pairs);
+    EXPECT_EQ(updated->version(), 29);
+    EXPECT_EQ(values_of(*loaded), values_of(*updated));
+}
+
+TEST(ToolpathUpdater, StepsRunInOrderFromTheSavedVersion) {
+    kapToolpathParUpdater::create_updater_list();
+    const auto* list = kapToolpathParUpdater::update_list();
+    ASSERT_NE(list, nullptr);
+    ASSERT_EQ(list->size(), 29U);
+    for (int n = 0; n < 29; ++n) {
+        kapToolpathPar t("T");
+        int version = n;
+        (*list)[static_cast<std::size_t>(n)](version, t, utStringcoSList());
+        EXPECT_EQ(version, n + 1) << "entry " << n;
+    }
+
+    // A version-0 file passes every step: each leaves its mark, and later steps see earlier ones.
+    auto t = load_and_update(0, {{"strategy", "inter_constz"},
+                                 {"offset_overlap", "0.25"},
+                                 {"block.radius", "20"},
+                                 {"CollisionAvoidance.Type", "to_line"},
+                                 {"CollisionAvoidance.Active", "1"},
+                                 {"connections.threshold_distance", "7"},
+                                 {"connections.leads_on_short_links", "0"},
+                                 {"ShallowStrategy", "offset_steep"}});
+    EXPECT_EQ(t->version(), 29);
+    EXPECT_EQ(text(*t, "Overlap"), "0.25");                                        // 4 to 5
+    EXPECT_EQ(text(*t, "Block.Diameter"), "40");                                   // 8 to 9
+    EXPECT_EQ(text(*t, "CollisionAvoidance.Method"), "specify_direction");         // 11 to 12
+    EXPECT_EQ(text(*t, "Connections.Link[0].Constraint[0].Distance.Value"), "7");  // 24 to 25
+    EXPECT_EQ(text(*t, "Connections.LeadIn[0].Constraint[0].Distance.Function"), "greater_than");
+    EXPECT_EQ(text(*t, "ShallowStrategy"), "offset");  // 28 to 29
+    EXPECT_EQ(text(*t, "UseParentConnections"), "0");
+
+    // Saved at 25: the earlier steps do not run, the later ones do.
+    auto late = load_and_update(25, {{"Strategy", "inter_constz"},
+                                     {"offset_overlap", "0.25"},
+                                     {"ShallowStrategy", "offset_steep"}});
+    EXPECT_EQ(text(*late, "Overlap"), "0");
+    EXPECT_EQ(text(*late, "ShallowStrategy"), "offset");
+}
+
+TEST(ToolpathUpdater, CollisionAvoidanceSplitsIntoMethodAndType) {
+    struct Case {
+        const char* old;
+        const char* active;
+        const char* method;
+        const char* type;
+    };
+    // clang-format off
+    const Case cases[] = {
+        {"lead",           "0", "lead",              "to_point"},
+        {"lean",           "1", "lean",              "to_point"},
+        {"lead_then_lean", "1", "lead_then_lean",    "to_point"},
+        {"lean_then_lead", "0", "lean_then_lead",    "to_point"},
+        {"to_point",       "1", "specify_direction", "to_point"},
+        {"from_point",     "1", "specify_direction", "from_point"},
+        {"to_line",        "1", "specify_direction", "to_line"},
+        {"from_line",      "1", "specify_direction", "from_line"},
+        {"to_curve",       "1", "specify_direction", "to_curve"},
+        {"from_curve",     "1", "specify_direction", "from_curve"},
+        {"fixed",          "1", "specify_direction", "fixed"},
+        {"surface_normal", "1", "specify_direction", "surface_normal"},
+        {"from_curve",     "0", "lean",              "from_curve"},
+        {"surface_normal", "0", "lean",              "surface_normal"},
+        {"Lead",           "1", "lean",              "to_point"},
+        {"sideways",       "1", "lean",              "to_point"},
+    };
+    // clang-format on
+    for (const Case& c : cases) {
+        SCOPED_TRACE(std::string(c.old) + " active " + c.active);
+        kapToolpathPar t("T");
+        ASSERT_TRUE(t.find("CollisionAvoidance.Type")->set_string(c.old));
+        t.find("CollisionAvoidance.Active")->set_string(c.active);
+        int version = 11;
+        kapToolpathParUpdater::update_from_11_to_12(version, t, utStringcoSList());
+        EXPECT_EQ(version, 12);
+        EXPECT_EQ(text(t, "CollisionAvoidance.Method"), c.method);
+        EXPECT_EQ(text(t, "CollisionAvoidance.Type"), c.type);
+    }
+}
