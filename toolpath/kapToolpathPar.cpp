@@ -283,8 +283,4 @@ void kapToolpathPar::set_onread_toolpath_statistics_callback(ReadHook fn) {
     statistics_read_slot() = fn;
 }
 
-// ---------------------------------------------------------------------------------------------
-
-void kapToolpathParUpdater::fill(kapParameterSimpleUpdatercoSList&) {}
-
 KAPPAR_REGISTER_ENTITY(kapToolpathPar)

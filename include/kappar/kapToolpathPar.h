@@ -11,9 +11,32 @@
 class McTPCompHead;  // the host's calculated toolpath
 class kapMcParList;  // the host's legacy toolpath parameter list
 
+// Rewrites legacy keys and values while a toolpath is read, and converts the legacy corner
+// filleting into "CornerRadius" when loading ends.
 class KAPPAR_API kapToolpathParLoader : public kapParameterLoader {
   public:
-    using kapParameterLoader::kapParameterLoader;
+    kapToolpathParLoader(kapParameterRoot& root, int version);
+
+    int load_par(const kapParameterKey& key, const utString& value) override;
+    // Writes "CornerRadius.Active", ".Style" and ".Value" from what the legacy keys left, then
+    // ends loading as the framework does.
+    void finalise_loading() override;
+
+    // The strategy ("strategy") is "inter_constz", "opti_constz" or "constantz".
+    bool support_cornerfilleting_20200() const;
+    // Forgets every corner-filleting setting read so far.
+    void init_support_cornerfilleting_20200();
+
+  private:
+    // 1 once a legacy corner-filleting value was read; -1 once a "CornerRadius" key of a newer
+    // file showed that there is nothing to convert.
+    int cornerfilleting_seen_ = 0;
+    utString cornerfilleting_;
+    bool write_active_ = false;
+    bool active_value_ = false;
+    bool write_style_ = false;
+    bool style_filleting_ = false;  // "cornerfilleting" when set, "coinfitting" when clear
+    utString corner_radius_;
 };
 
 // Process-wide state of the toolpath loaders: the set of key strings they consult, and the
@@ -27,9 +50,72 @@ struct KAPPAR_API kapToolpathParLoaderState {
     static void reset();
 };
 
+// Brings a toolpath saved at an older version to version 29, one step per version. Each step
+// receives the keys that the saved data held, so that it can tell a saved value from a default.
 class KAPPAR_API kapToolpathParUpdater : public kapEntityUpdater<kapToolpathParUpdater> {
   public:
     static void fill(kapParameterSimpleUpdatercoSList& list);
+    // The declared paths that the steps read or write.
+    static std::span<const std::string_view> named_paths();
+
+    static void update_from_0_to_1(int& version, kapParameterRoot& root,
+                                   const utStringcoSList& loaded_keys);
+    static void update_from_1_to_2(int& version, kapParameterRoot& root,
+                                   const utStringcoSList& loaded_keys);
+    static void update_from_2_to_3(int& version, kapParameterRoot& root,
+                                   const utStringcoSList& loaded_keys);
+    static void update_from_3_to_4(int& version, kapParameterRoot& root,
+                                   const utStringcoSList& loaded_keys);
+    static void update_from_4_to_5(int& version, kapParameterRoot& root,
+                                   const utStringcoSList& loaded_keys);
+    static void update_from_5_to_6(int& version, kapParameterRoot& root,
+                                   const utStringcoSList& loaded_keys);
+    static void update_from_6_to_7(int& version, kapParameterRoot& root,
+                                   const utStringcoSList& loaded_keys);
+    static void update_from_7_to_8(int& version, kapParameterRoot& root,
+                                   const utStringcoSList& loaded_keys);
+    static void update_from_8_to_9(int& version, kapParameterRoot& root,
+                                   const utStringcoSList& loaded_keys);
+    static void update_from_9_to_10(int& version, kapParameterRoot& root,
+                                    const utStringcoSList& loaded_keys);
+    static void update_from_10_to_11(int& version, kapParameterRoot& root,
+                                     const utStringcoSList& loaded_keys);
+    static void update_from_11_to_12(int& version, kapParameterRoot& root,
+                                     const utStringcoSList& loaded_keys);
+    static void update_from_12_to_13(int& version, kapParameterRoot& root,
+                                     const utStringcoSList& loaded_keys);
+    static void update_from_13_to_14(int& version, kapParameterRoot& root,
+                                     const utStringcoSList& loaded_keys);
+    static void update_from_14_to_15(int& version, kapParameterRoot& root,
+                                     const utStringcoSList& loaded_keys);
+    static void update_from_15_to_16(int& version, kapParameterRoot& root,
+                                     const utStringcoSList& loaded_keys);
+    static void update_from_16_to_17(int& version, kapParameterRoot& root,
+                                     const utStringcoSList& loaded_keys);
+    static void update_from_17_to_18(int& version, kapParameterRoot& root,
+                                     const utStringcoSList& loaded_keys);
+    static void update_from_18_to_19(int& version, kapParameterRoot& root,
+                                     const utStringcoSList& loaded_keys);
+    static void update_from_19_to_20(int& version, kapParameterRoot& root,
+                                     const utStringcoSList& loaded_keys);
+    static void update_from_20_to_21(int& version, kapParameterRoot& root,
+                                     const utStringcoSList& loaded_keys);
+    static void update_from_21_to_22(int& version, kapParameterRoot& root,
+                                     const utStringcoSList& loaded_keys);
+    static void update_from_22_to_23(int& version, kapParameterRoot& root,
+                                     const utStringcoSList& loaded_keys);
+    static void update_from_23_to_24(int& version, kapParameterRoot& root,
+                                     const utStringcoSList& loaded_keys);
+    static void update_from_24_to_25(int& version, kapParameterRoot& root,
+                                     const utStringcoSList& loaded_keys);
+    static void update_from_25_to_26(int& version, kapParameterRoot& root,
+                                     const utStringcoSList& loaded_keys);
+    static void update_from_26_to_27(int& version, kapParameterRoot& root,
+                                     const utStringcoSList& loaded_keys);
+    static void update_from_27_to_28(int& version, kapParameterRoot& root,
+                                     const utStringcoSList& loaded_keys);
+    static void update_from_28_to_29(int& version, kapParameterRoot& root,
+                                     const utStringcoSList& loaded_keys);
 };
 
 class KAPPAR_API kapToolpathPar : public kapEntityRoot<kapToolpathPar> {
@@ -73,6 +159,20 @@ class KAPPAR_API kapToolpathPar : public kapEntityRoot<kapToolpathPar> {
     // Takes the values of every item of the list except boundary items, then the strategy type
     // of the last strategy item unless it is "unknown".
     void copy_from_parlist(const kapMcParList& list);
+
+    // Legacy key to current path, by the exact (case-sensitive) table of renamed keys; any other
+    // key goes to the framework.
+    utString lookup_key_synonym(const utString& key) const override;
+
+    // The rows of the synonym table, in the table's order.
+    struct Synonym {
+        std::string_view legacy;
+        std::string_view current;
+    };
+    static std::span<const Synonym> key_synonyms();
+    // Every declared path that the toolpath's loading and updating name: the synonym targets
+    // that the tree declares, then the paths of the loader rules and the update steps.
+    static std::span<const std::string_view> named_paths();
 
     // The expression that ties the stepover to the cusp height.
     static const utString& stepover_from_cusp_expr();

@@ -1,0 +1,317 @@
+// Loading saved toolpaths: the renamed keys, the legacy rewrites and the corner-filleting
+// conversion.
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <memory>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "kappar/kapToolpathPar.h"
+
+namespace {
+
+using Pairs = std::vector<std::pair<std::string, std::string>>;
+
+// A toolpath loaded from `pairs` saved at `version`, loading finished; the unrecognised table is
+// cleared first.
+std::unique_ptr<kapToolpathPar> load(int version, const Pairs& pairs) {
+    kapParameterUpdater::get_unrecognised_pars().clear();
+    auto t = std::make_unique<kapToolpathPar>("T");
+    std::unique_ptr<kapParameterLoader> loader(t->create_loader(kapPtrClaim{}, version));
+    if (!loader) return nullptr;
+    for (const auto& [k, v] : pairs) {
+        loader->load_par(kapParameterKey(k), v);
+    }
+    loader->finalise_loading();
+    return t;
+}
+
+std::string text(const kapParameter& root, const char* path) {
+    const kapParameter* p = root.find_node(path);
+    return p != nullptr ? p->get_value_text() : "<none>";
+}
+
+// Every declared path, spelt as declared.
+void collect(const kapParameter& par, const std::string& path, std::set<std::string>& out) {
+    const auto* map = kapParameterMap::ut_dynamic_cast(&par);
+    if (map == nullptr) return;
+    const bool indexed = kapParameterList::ut_dynamic_cast(&par) != nullptr;
+    for (std::size_t i = 0; i < map->size(); ++i) {
+        const kapParameter& c = *map->child(i);
+        const std::string step = indexed ? "[" + std::to_string(i) + "]" : c.get_name();
+        const std::string where = path.empty() || indexed ? path + step : path + "." + step;
+        out.insert(where);
+        collect(c, where, out);
+    }
+}
+
+// -----------------------------------------------------------------------------------------------
+// Synonyms
+
+TEST(ToolpathSynonyms, TableShapeAndTargets) {
+    const auto rows = kapToolpathPar::key_synonyms();
+    ASSERT_EQ(rows.size(), 656U);
+    std::set<std::string_view> legacy;
+    for (const auto& r : rows) {
+        EXPECT_TRUE(legacy.insert(r.legacy).second) << "repeated: " << r.legacy;
+    }
+    // Table order: the first rows, the current-style rows at the end.
+    EXPECT_EQ(rows[0].legacy, "adjust_axis");
+    EXPECT_EQ(rows[1].legacy, "angular_direction");
+    EXPECT_EQ(rows[653].legacy, "AreaClearance.StepReduction");
+    EXPECT_EQ(rows[655].legacy, "BladeRamp.UseStepdown");
+
+    kapToolpathPar t("T");
+    std::set<std::string> declared;
+    collect(t, "", declared);
+    // Targets kept for the update steps (or no longer declared) stay with the unrecognised keys.
+    const std::set<std::string> retired = {"AdjustAxis", "Block.Radius", "MinimumStepover",
+                                           "Connections.LeadsOnShortLinks"};
+    for (const auto& r : rows) {
+        const std::string target(r.current);
+        if (retired.contains(target)) continue;
+        EXPECT_TRUE(declared.contains(target)) << r.legacy << " -> " << target;
+    }
+    for (const std::string_view p : kapToolpathPar::named_paths()) {
+        EXPECT_TRUE(declared.contains(std::string(p))) << p;
+    }
+}
+
+TEST(ToolpathSynonyms, Lookup) {
+    kapToolpathPar t("T");
+    const kapParameterRoot& base = t;
+    // clang-format off
+    const std::pair<const char*, const char*> cases[] = {
+        {"adjust_axis",                                              "AdjustAxis"},
+        {"angular_limits_2.start",                                   "AngularLimits2.Start"},
+        {"areaclear.slicer.flat.multiple_cuts.final_stepdown.value", "AreaClearance.Slicer.Flat.MultipleCuts.FinalStepdown.Value"},
+        {"areaclear.slicer_ref",                                     "AreaClearance.SlicerReference"},
+        {"areaclear.leadin.drill.output_toolpath",                   "AreaClearance.LeadIn.Drill.TemplateName"},
+        {"areaclear.rest.consider_ref",                              "AreaClearance.Rest.UsePreviousZHeights"},
+        {"tiltdirection.tool_axis_tilting",                          "CollisionAvoidance.Active"},
+        {"toolaxis.limits.clamping_workplane",                       "ToolAxis.Limits.Workplane"},
+        {"verification.output_hitting_moves",                        "Verification.OutputUnsafeMoves"},
+        {"verification.stockmodel.state",                            "Verification.StockModelState.Entity"},
+        {"connections.leadin.second",                                "Connections.LeadIn[1]"},
+        {"KeepCollidingMoves",                                       "ActionOnCollision"},
+        {"AreaClearance.StepReductionStepdown",                      "AreaClearance.Stepup"},
+        // Matched exactly: any upper-case letter falls through to the framework.
+        {"Adjust_axis",                                              nullptr},
+        {"adjust_Axis",                                              nullptr},
+        {"keepcollidingmoves",                                       nullptr},
+        {"Tolerance",                                                nullptr},
+    };
+    // clang-format on
+    for (const auto& [key, want] : cases) {
+        SCOPED_TRACE(key);
+        const utString expected =
+            want != nullptr ? utString(want) : base.kapParameterRoot::lookup_key_synonym(key);
+        EXPECT_EQ(t.lookup_key_synonym(key), expected);
+    }
+}
+
+// -----------------------------------------------------------------------------------------------
+// Loader rules
+
+TEST(ToolpathLoader, KeyRewrites) {
+    struct Case {
+        Pairs pairs;
+        const char* path;
+        const char* value;
+    };
+    // clang-format off
+    const Case cases[] = {
+        {{{"start.type", "absolute"}},                         "StartPoint.Type",                   "absolute"},
+        {{{"Coolant", "mist"}},                                "Coolant.Value",                     "mist"},
+        {{{"SpindleSpeed", "2500"}},                           "SpindleSpeed.Value",                "2500"},
+        {{{"FeedRate.Cutting", "1200"}},                       "FeedRate.Cutting.Value",            "1200"},
+        {{{"tiltdirection.holder_clearance", "3"}},            "CollisionAvoidance.Clearance.Holder", "3"},
+        {{{"tiltdirection.tool_clearance", "4"}},              "CollisionAvoidance.Clearance.Shank", "4"},
+        {{{"connections.short_link[0].type", "on_surface"}},   "Connections.Link[0].Type",          "on_surface"},
+        {{{"connections.longlink[0].type", "skim"}},           "Connections.Link[1].Type",          "skim"},
+        {{{"strategy", "offset_3d"}},                          "Strategy",                          "offset_3d"},
+    };
+    // clang-format on
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.pairs.front().first);
+        auto t = load(28, c.pairs);
+        ASSERT_TRUE(t);
+        if (c.value != nullptr) {
+            EXPECT_EQ(text(*t, c.path), c.value);
+        }
+        EXPECT_TRUE(kapParameterUpdater::get_unrecognised_pars().empty());
+    }
+}
+
+TEST(ToolpathLoader, DatumLoadsAsStart) {
+    // "datum" goes where "start" goes, and lands there unrecognised in the same way.
+    load(0, {{"datum", "x"}});
+    const auto datum = kapParameterUpdater::get_unrecognised_pars();
+    load(0, {{"start", "x"}});
+    EXPECT_EQ(datum, kapParameterUpdater::get_unrecognised_pars());
+    EXPECT_TRUE(datum.contains("start"));
+}
+
+TEST(ToolpathLoader, CornerFilletingConversion) {
+    struct Case {
+        const char* name;
+        Pairs pairs;
+        const char* active;
+        const char* style;
+        const char* radius;
+    };
+    // clang-format off
+    const Case cases[] = {
+        {"legacy value",            {{"strategy", "constantz"}, {"cornerfilleting", "2"}},                                  "1", "cornerfilleting", "1.5"},
+        {"arc fit larger, active",  {{"strategy", "opti_constz"}, {"cornerfilleting", "2"}, {"arcfit_prin_plane", "1"},
+                                     {"arcfit", "3"}},                                                                      "1", "cornerfilleting", "3"},
+        {"arc fit larger, off",     {{"strategy", "constantz"}, {"arcfit", "3"}, {"cornerfilleting", "2"},
+                                     {"arcfit_prin_plane", "0"}},                                                           "1", "cornerfilleting", "1.5"},
+        {"arc fit smaller",         {{"strategy", "inter_constz"}, {"arcfit_prin_plane", "1"}, {"arcfit", "1"},
+                                     {"CornerFilleting.Value", "2"}},                                                       "1", "cornerfilleting", "1.5"},
+        {"expression",              {{"strategy", "constantz"}, {"cornerfilleting", "Tolerance*2"}},                        "1", "cornerfilleting", "Tolerance*2- 0.5"},
+        {"none read",               {{"strategy", "constantz"}},                                                            "0", "coinfitting",     "0.5"},
+        {"already converted",       {{"strategy", "constantz"}, {"cornerfilleting", "2"}, {"CornerRadius.Value", "0.7"}},   "0", "cornerfilleting", "0.7"},
+        {"not constant Z",          {{"strategy", "raster"}, {"cornerfilleting", "2"}},                                     "0", "cornerfilleting", "0.5"},
+    };
+    // clang-format on
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        auto t = load(20, c.pairs);
+        ASSERT_TRUE(t);
+        EXPECT_EQ(text(*t, "CornerRadius.Active"), c.active);
+        EXPECT_EQ(text(*t, "CornerRadius.Style"), c.style);
+        EXPECT_EQ(text(*t, "CornerRadius.Value"), c.radius);
+    }
+}
+
+TEST(ToolpathLoader, LockedRootGivesNoLoader) {
+    kapToolpathPar t("T");
+    t.set_locked(true);
+    EXPECT_EQ(t.create_loader(kapPtrClaim{}, 0), nullptr);
+}
+
+}  // namespace
+
+// -----------------------------------------------------------------------------------------------
+// Version steps
+
+namespace {
+
+// A toolpath loaded from `pairs` saved at `version` and updated.
+std::unique_ptr<kapToolpathPar> load_and_update(int version, const Pairs& pairs) {
+    kapParameterUpdater::get_unrecognised_pars().clear();
+    auto t = std::make_unique<kapToolpathPar>("T");
+    std::unique_ptr<kapParameterLoader> loader(t->create_loader(kapPtrClaim{}, version));
+    for (const auto& [k, v] : pairs) {
+        loader->load_par(kapParameterKey(k), v);
+    }
+    loader->finalise_loading();
+    t->get_updater()->update(version, *t, loader->loaded_keys());
+    return t;
+}
+
+std::vector<std::pair<std::string, std::string>> values_of(const kapParameter& root) {
+    std::set<std::string> paths;
+    collect(root, "", paths);
+    std::vector<std::pair<std::string, std::string>> out;
+    for (const std::string& p : paths) {
+        out.emplace_back(p, root.find_node(p)->get_value_text());
+    }
+    return out;
+}
+
+}  // namespace
+
+TEST(ToolpathUpdater, CurrentVersionIsUntouched) {
+    const Pairs pairs = {{"Strategy", "inter_constz"},
+                         {"ShallowStrategy", "offset_steep"},
+                         {"CollisionAvoidance.Type", "lead"},
+                         {"Rapid.SafeArea", "cylinder"}};
+    auto loaded = load(29, pairs);
+    auto updated = load_and_update(29, pairs);
+    EXPECT_EQ(updated->version(), 29);
+    EXPECT_EQ(values_of(*loaded), values_of(*updated));
+}
+
+TEST(ToolpathUpdater, StepsRunInOrderFromTheSavedVersion) {
+    kapToolpathParUpdater::create_updater_list();
+    const auto* list = kapToolpathParUpdater::update_list();
+    ASSERT_NE(list, nullptr);
+    ASSERT_EQ(list->size(), 29U);
+    for (int n = 0; n < 29; ++n) {
+        kapToolpathPar t("T");
+        int version = n;
+        (*list)[static_cast<std::size_t>(n)](version, t, utStringcoSList());
+        EXPECT_EQ(version, n + 1) << "entry " << n;
+    }
+
+    // A version-0 file passes every step: each leaves its mark, and later steps see earlier ones.
+    auto t = load_and_update(0, {{"strategy", "inter_constz"},
+                                 {"offset_overlap", "0.25"},
+                                 {"block.radius", "20"},
+                                 {"CollisionAvoidance.Type", "to_line"},
+                                 {"CollisionAvoidance.Active", "1"},
+                                 {"connections.threshold_distance", "7"},
+                                 {"connections.leads_on_short_links", "0"},
+                                 {"ShallowStrategy", "offset_steep"}});
+    EXPECT_EQ(t->version(), 29);
+    EXPECT_EQ(text(*t, "Overlap"), "0.25");                                        // 4 to 5
+    EXPECT_EQ(text(*t, "Block.Diameter"), "40");                                   // 8 to 9
+    EXPECT_EQ(text(*t, "CollisionAvoidance.Method"), "specify_direction");         // 11 to 12
+    EXPECT_EQ(text(*t, "Connections.Link[0].Constraint[0].Distance.Value"), "7");  // 24 to 25
+    EXPECT_EQ(text(*t, "Connections.LeadIn[0].Constraint[0].Distance.Function"), "greater_than");
+    EXPECT_EQ(text(*t, "ShallowStrategy"), "offset");  // 28 to 29
+    EXPECT_EQ(text(*t, "UseParentConnections"), "0");
+
+    // Saved at 25: the earlier steps do not run, the later ones do.
+    auto late = load_and_update(25, {{"Strategy", "inter_constz"},
+                                     {"offset_overlap", "0.25"},
+                                     {"ShallowStrategy", "offset_steep"}});
+    EXPECT_EQ(text(*late, "Overlap"), "0");
+    EXPECT_EQ(text(*late, "ShallowStrategy"), "offset");
+}
+
+TEST(ToolpathUpdater, CollisionAvoidanceSplitsIntoMethodAndType) {
+    struct Case {
+        const char* old;
+        const char* active;
+        const char* method;
+        const char* type;
+    };
+    // clang-format off
+    const Case cases[] = {
+        {"lead",           "0", "lead",              "to_point"},
+        {"lean",           "1", "lean",              "to_point"},
+        {"lead_then_lean", "1", "lead_then_lean",    "to_point"},
+        {"lean_then_lead", "0", "lean_then_lead",    "to_point"},
+        {"to_point",       "1", "specify_direction", "to_point"},
+        {"from_point",     "1", "specify_direction", "from_point"},
+        {"to_line",        "1", "specify_direction", "to_line"},
+        {"from_line",      "1", "specify_direction", "from_line"},
+        {"to_curve",       "1", "specify_direction", "to_curve"},
+        {"from_curve",     "1", "specify_direction", "from_curve"},
+        {"fixed",          "1", "specify_direction", "fixed"},
+        {"surface_normal", "1", "specify_direction", "surface_normal"},
+        {"from_curve",     "0", "lean",              "from_curve"},
+        {"surface_normal", "0", "lean",              "surface_normal"},
+        {"Lead",           "1", "lean",              "to_point"},
+        {"sideways",       "1", "lean",              "to_point"},
+    };
+    // clang-format on
+    for (const Case& c : cases) {
+        SCOPED_TRACE(std::string(c.old) + " active " + c.active);
+        kapToolpathPar t("T");
+        ASSERT_TRUE(t.find("CollisionAvoidance.Type")->set_string(c.old));
+        t.find("CollisionAvoidance.Active")->set_string(c.active);
+        int version = 11;
+        kapToolpathParUpdater::update_from_11_to_12(version, t, utStringcoSList());
+        EXPECT_EQ(version, 12);
+        EXPECT_EQ(text(t, "CollisionAvoidance.Method"), c.method);
+        EXPECT_EQ(text(t, "CollisionAvoidance.Type"), c.type);
+    }
+}
