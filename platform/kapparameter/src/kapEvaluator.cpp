@@ -60,16 +60,6 @@ const kapParameter* walk(const kapParameter* node, std::span<const kapExprName> 
 
 kapExprValue from_parameter(const kapParameterPtr& p, const kapExprScope* scope);
 
-// The functions registered with kapEvaluator::register_function, by exact name.
-struct FunctionTable {
-    std::shared_mutex mutex;
-    std::map<std::string, kapMemberFn, std::less<>> map;
-};
-FunctionTable& functions() {
-    static auto* table = new FunctionTable();  // lives for the process
-    return *table;
-}
-
 // ---------------------------------------------------------------------------------------------
 // Where names were found
 //
@@ -646,23 +636,6 @@ kapParameterPtr to_parameter(const kapExprValue& v) {
 }
 
 }  // namespace
-
-void kapEvaluator::register_function(std::string_view name, kapMemberFn fn) {
-    FunctionTable& t = functions();
-    const std::unique_lock lock(t.mutex);
-    if (fn == nullptr) {
-        if (auto it = t.map.find(name); it != t.map.end()) t.map.erase(it);
-        return;
-    }
-    t.map.insert_or_assign(std::string(name), fn);
-}
-
-kapMemberFn kapEvaluator::find_function(std::string_view name) {
-    FunctionTable& t = functions();
-    const std::shared_lock lock(t.mutex);
-    const auto it = t.map.find(name);
-    return it != t.map.end() ? it->second : nullptr;
-}
 
 kapParameterPtr kapEvaluator::evaluate(const utString& text) const {
     if (scope_ == nullptr) return kapParameterError::create(kapErrGeneric, "no scope");
