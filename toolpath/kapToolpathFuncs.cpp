@@ -3,6 +3,7 @@
 #include "host/kapVersionManager.h"
 #include "kappar/kapToolpathPar.h"
 #include "kappar/kapToolpathParUtils.h"
+#include "kappar/kapTurningToolAxis.h"
 
 #include "kapToolpathRead.h"
 
@@ -138,14 +139,25 @@ kapParameterPtr parfunc_toolpath_IsAdditive(const kapParameter& s, const kapPara
         s, [](const kapToolpathPar& tp) { return kapToolpathParUtils::is_additive(tp); });
 }
 
-// The turning tool axis is not calculated yet: the holder angle answers 0 and the tool
-// orientation the empty text.
-kapParameterPtr parfunc_toolpath_Turning_HolderAngleF(const kapParameter&, const kapParameterPtr&) {
-    return kapParameterPtr(
-        new kapParameterNumeric(kapSubTypeAngle, kapDimensions(kapDimNone), 0.0));
+namespace {
+
+// The calculator on the toolpath the function is called in; one that reads no toolpath (the
+// Z axis, standard) outside a toolpath.
+kapTurningToolAxisParCalc turning_axis_of(const kapParameter& self) {
+    const kapToolpathPar* tp = toolpath_of(self);
+    return kapTurningToolAxisParCalc(tp != nullptr ? kapTurningToolAxisParCalc::handle_in(self)
+                                                   : kapParameterPtr());
 }
 
-kapParameterPtr parfunc_toolpath_Turning_ToolOrientationF(const kapParameter&,
+}  // namespace
+
+kapParameterPtr parfunc_toolpath_Turning_HolderAngleF(const kapParameter& s,
+                                                      const kapParameterPtr&) {
+    return kapParameterPtr(new kapParameterNumeric(kapSubTypeAngle, kapDimensions(kapDimNone),
+                                                   turning_axis_of(s).calculate_holder_angle()));
+}
+
+kapParameterPtr parfunc_toolpath_Turning_ToolOrientationF(const kapParameter& s,
                                                           const kapParameterPtr&) {
-    return kapParameterPtr(new kapParameterString(utString()));
+    return kapParameterPtr(new kapParameterString(turning_axis_of(s).calculate_tool_orientation()));
 }
