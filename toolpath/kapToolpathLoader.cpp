@@ -16,8 +16,9 @@ constexpr kapToolpathPar::Synonym kSynonyms[] = {
 };
 static_assert(std::size(kSynonyms) == 656, "the toolpath renames 656 keys");
 
-// Targets that the tree no longer declares: a value saved under them stays with the
-// unrecognised keys, where the update steps read it back.
+// Targets that the tree does not declare (their names are not among its top-level names or the
+// names below their map): a value saved under them stays with the unrecognised keys, where the
+// update steps read it back.
 constexpr std::string_view kRetiredTargets[] = {
     "AdjustAxis",
     "Block.Radius",
