@@ -16,8 +16,9 @@ constexpr kapToolpathPar::Synonym kSynonyms[] = {
 };
 static_assert(std::size(kSynonyms) == 656, "the toolpath renames 656 keys");
 
-// Targets that the tree no longer declares: a value saved under them stays with the
-// unrecognised keys, where the update steps read it back.
+// Targets that the tree does not declare (their names are not among its top-level names or the
+// names below their map): a value saved under them stays with the unrecognised keys, where the
+// update steps read it back.
 constexpr std::string_view kRetiredTargets[] = {
     "AdjustAxis",
     "Block.Radius",
@@ -85,7 +86,32 @@ utString connections_key(const utString& key) {
             break;
         }
     }
-    return "Connections" + out.substr(std::string_view("connections").size());
+    // The words of each component joined and capitalised, as the current names are spelt
+    // ("default_link[0].axial_move" gives "DefaultLink[0].AxialMove"); indices stay as they are.
+    utString current = "Connections";
+    bool word_start = false;
+    for (std::size_t i = std::string_view("connections").size(); i < out.size(); ++i) {
+        const char c = out[i];
+        if (c == '_') {
+            word_start = true;
+            continue;
+        }
+        current += word_start && c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c;
+        word_start = c == '.';
+    }
+    return current;
+}
+
+// A legacy key naming one coordinate of a point or a direction ("block.centre.x") that the
+// table maps onto the whole vector, as it maps the point itself ("block.centre").
+bool is_lone_component(const utString& key) {
+    const auto& table = synonym_table();
+    const auto it = table.find(key);
+    if (it == table.end() || key.size() < 3 || key[key.size() - 2] != '.') return false;
+    const char c = key.back();
+    if (c != 'x' && c != 'y' && c != 'z') return false;
+    const auto whole = table.find(key.substr(0, key.size() - 2));
+    return whole != table.end() && whole->second == it->second;
 }
 
 bool is_under(std::string_view key, std::string_view map) {
@@ -96,6 +122,20 @@ bool is_under(std::string_view key, std::string_view map) {
 bool reads_true(const utString& value) {
     double v = 0.0;
     return kapParameterNumeric::parse(value, v) && v != 0.0;
+}
+
+// A key naming a child that a map taking undeclared children does not hold yet (a user parameter
+// under "UserParameters") adds that child as a string, so that it loads where it was saved from.
+void add_undeclared_child(kapParameterRoot& root, const utString& key, const utString& value) {
+    const utString path = root.lookup_key_synonym(key);
+    if (root.find_node(path) != nullptr) return;
+    const auto dot = path.rfind('.');
+    if (dot == utString::npos || dot + 1 == path.size() || path.back() == ']') return;
+    const auto* map = kapParameterMap::ut_dynamic_cast(root.find_node(path.substr(0, dot)));
+    if (map == nullptr || map->is_fixed() || kapParameterList::ut_dynamic_cast(map) != nullptr) {
+        return;
+    }
+    root.add(kapParameterKey(path), kapParameterPtr(new kapParameterString(value)));
 }
 
 }  // namespace
@@ -202,8 +242,20 @@ int kapToolpathParLoader::load_par(const kapParameterKey& key, const utString& v
     }
     // "strategy" and every other key go on as they stand.
 
+    auto& unrecognised = kapParameterUpdater::get_unrecognised_pars();
+    if (k == key.str() && is_lone_component(k)) {
+        // A vector takes its components together: one on its own is refused and kept as read.
+        unrecognised[k] = v;
+        return -1;
+    }
+    add_undeclared_child(root_, k, v);
     const int result = kapParameterLoader::load_par(kapParameterKey(k), v);
     kapToolpathParLoaderState::key_strings().insert(k);
+    if (result != 1 && k != key.str()) {
+        // A rewritten key that no parameter took: the pair is also kept under the key it was read
+        // with, so that it is written back as it was read.
+        unrecognised[key.str()] = v;
+    }
     return result;
 }
 

@@ -255,18 +255,19 @@ void kapToolpathParUpdater::update_from_5_to_6(int& version, kapParameterRoot& r
     version = 6;
 }
 
-// The stock model references moved from ".StockModel" to ".Entity".
+// The stock model references moved from ".StockModel" to ".Entity". The plunge milling's stock
+// model is the toolpath's own "StockModelState" (the tree has no "Plunge.StockModelState"), so a
+// plunge stock model saved under its own name moves to "StockModelState.Entity".
 void kapToolpathParUpdater::update_from_6_to_7(int& version, kapParameterRoot& root,
                                                const utStringcoSList& keys) {
     struct Move {
         std::string_view from;
         std::string_view to;
     };
-    for (const Move& m :
-         {Move{"AreaClearance.Rest.StockModelState.StockModel",
-               "AreaClearance.Rest.StockModelState.Entity"},
-          Move{"Plunge.StockModelState.StockModel", "Plunge.StockModelState.Entity"},
-          Move{"StockModelState.StockModel", "StockModelState.Entity"}}) {
+    for (const Move& m : {Move{"AreaClearance.Rest.StockModelState.StockModel",
+                               "AreaClearance.Rest.StockModelState.Entity"},
+                          Move{"Plunge.StockModelState.StockModel", "StockModelState.Entity"},
+                          Move{"StockModelState.StockModel", "StockModelState.Entity"}}) {
         kapParameterPtr to = at(root, m.to);
         if (to->is_error() || saved(keys, m.to)) continue;
         kapParameterPtr from = at(root, m.from);

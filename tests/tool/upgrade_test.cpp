@@ -3,6 +3,7 @@
 
 #include <map>
 
+#include "kappar/kapEntityFile.h"
 #include "kapparameter/kapParameterFile.h"
 #include "tool_process.h"
 
@@ -19,6 +20,8 @@ struct UpgradeCase {
     std::vector<std::pair<std::string, std::string>> expect;
     // Keys it must not hold.
     std::vector<std::string> absent;
+    // The reference output of `kappar upgrade FILE` in golden/ (NAME.kap and NAME.err), if any.
+    const char* golden = nullptr;
 };
 
 void PrintTo(const UpgradeCase& c, std::ostream* os) {
@@ -37,7 +40,10 @@ std::map<std::string, std::string> pairs_of(const kapFileDocument& doc) {
 std::string values_of(const std::string& show) {
     const auto start = show.find("\n\n");
     if (start == std::string::npos) return std::string();
-    return show.substr(start + 2, show.find("\n\n", start + 2) - start - 2);
+    std::string values = show.substr(start + 2, show.find("\n\n", start + 2) - start - 2);
+    while (!values.empty() && values.back() == '\n')
+        values.pop_back();
+    return values;
 }
 
 // The pairs `kappar show` lists as not in the schema, without their line numbers.
@@ -89,6 +95,34 @@ TEST_P(ToolUpgrade, WritesCurrentVersionAndIsIdempotent) {
     EXPECT_EQ(show_once.out.substr(0, show_once.out.find('\n')).find("saved at"), std::string::npos)
         << "an upgraded file is at the current version: " << show_once.out;
 
+    // Every pair of the file is accounted for: loaded, or reported at its line (kept as
+    // unrecognised, and then written back as read, or dropped by the kind's loader).
+    const std::string source_path = (fs::path(KAPPAR_SOURCE_DIR) / source).string();
+    kapEntityLoadReport report;
+    kapFileError load_err;
+    ASSERT_TRUE(kap_read_entity(source_path, report, load_err) != nullptr) << load_err.message;
+    kapFileDocument original;
+    ASSERT_TRUE(kap_read_entity_file(source_path, original, err));
+    EXPECT_EQ(static_cast<std::size_t>(report.loaded) + report.unrecognised.size() +
+                  report.dropped.size(),
+              original.pairs.size());
+    for (const auto* reported : {&report.unrecognised, &report.dropped}) {
+        for (const kapFilePair& p : *reported) {
+            const std::string at = source + ":" + std::to_string(p.line) + ":1: ";
+            EXPECT_NE(first.err.find(at), std::string::npos) << p.key << " is not reported";
+        }
+    }
+    for (const kapFilePair& p : report.unrecognised) {
+        ASSERT_TRUE(pairs.contains(p.key)) << p.key << " is not written back";
+        EXPECT_EQ(pairs.at(p.key), p.value) << p.key;
+    }
+    if (c.golden != nullptr) {
+        const ToolRun to_stdout = run_tool({"upgrade", source});
+        EXPECT_EQ(to_stdout.status, 0);
+        expect_golden(std::string(c.golden) + ".kap", to_stdout.out);
+        expect_golden(std::string(c.golden) + ".err", to_stdout.err);
+    }
+
     // Upgrading again, to a new file or in place, changes nothing.
     const ToolRun second = run_tool({"upgrade", once, "-o", twice});
     ASSERT_EQ(second.status, 0) << second.err;
@@ -122,7 +156,22 @@ INSTANTIATE_TEST_SUITE_P(Examples, ToolUpgrade, ::testing::Values(
                  {"Render.Smoothing", "0.5"}},
                 {"type"}},
     UpgradeCase{"stockmodel_v1_problems.kap", 1, 1,
-                {{"Tolerance", "-0.5"}, {"Stepover", "2*Tolerance + StepoverOffset"}}, {}}));
+                {{"Tolerance", "-0.5"}, {"Stepover", "2*Tolerance + StepoverOffset"}}, {}},
+    // Toolpaths: each golden file is the whole tree at the current version.
+    UpgradeCase{"toolpath_v0_area_clear.kap", 0, 29, {}, {"strategy"}, "upgrade_toolpath_v0"},
+    UpgradeCase{"toolpath_v3_pattern.kap", 3, 29, {}, {"toolpath"}, "upgrade_toolpath_v3"},
+    UpgradeCase{"toolpath_v4_constz_fillet.kap", 4, 29, {}, {"cornerfilleting", "arcfit"},
+                "upgrade_toolpath_v4_fillet"},
+    UpgradeCase{"toolpath_v9_parametric_offset.kap", 9, 29, {}, {}, "upgrade_toolpath_v9"},
+    UpgradeCase{"toolpath_v11_drill.kap", 11, 29, {}, {"Coolant", "SpindleSpeed"},
+                "upgrade_toolpath_v11"},
+    UpgradeCase{"toolpath_v16_constz_fillet_expr.kap", 16, 29, {},
+                {"CornerFilleting.Value", "InterConstzOrder"}, "upgrade_toolpath_v16_fillet"},
+    UpgradeCase{"toolpath_v22_turning.kap", 22, 29, {}, {"OutputWorkplane"}, "upgrade_toolpath_v22"},
+    UpgradeCase{"toolpath_v24_offset_3d.kap", 24, 29, {}, {"FeedRate.Cutting"},
+                "upgrade_toolpath_v24"},
+    UpgradeCase{"toolpath_v28_flowline.kap", 28, 29, {}, {}, "upgrade_toolpath_v28"},
+    UpgradeCase{"toolpath_raster.kap", 29, 29, {{"Strategy", "raster"}}, {}}));
 // clang-format on
 
 // Several files into a folder: one output per readable input, the notes of every file and a

@@ -68,14 +68,17 @@ TEST(ToolpathSynonyms, TableShapeAndTargets) {
     kapToolpathPar t("T");
     std::set<std::string> declared;
     collect(t, "", declared);
-    // Targets kept for the update steps (or no longer declared) stay with the unrecognised keys.
+    // Exactly these targets are not declared: their names are not among the tree's top-level
+    // names, or not among the names below their map, so a value saved under them stays with the
+    // unrecognised keys (where the update steps read it back).
     const std::set<std::string> retired = {"AdjustAxis", "Block.Radius", "MinimumStepover",
                                            "Connections.LeadsOnShortLinks"};
+    std::set<std::string> undeclared;
     for (const auto& r : rows) {
         const std::string target(r.current);
-        if (retired.contains(target)) continue;
-        EXPECT_TRUE(declared.contains(target)) << r.legacy << " -> " << target;
+        if (!declared.contains(target)) undeclared.insert(target);
     }
+    EXPECT_EQ(undeclared, retired);
     for (const std::string_view p : kapToolpathPar::named_paths()) {
         EXPECT_TRUE(declared.contains(std::string(p))) << p;
     }
@@ -133,6 +136,8 @@ TEST(ToolpathLoader, KeyRewrites) {
         {{{"tiltdirection.tool_clearance", "4"}},              "CollisionAvoidance.Clearance.Shank", "4"},
         {{{"connections.short_link[0].type", "on_surface"}},   "Connections.Link[0].Type",          "on_surface"},
         {{{"connections.longlink[0].type", "skim"}},           "Connections.Link[1].Type",          "skim"},
+        {{{"connections.safe[0].axial_move", "rotation_point"}}, "Connections.DefaultLink[0].AxialMove", "rotation_point"},
+        {{{"UserParameters.Setter", "J. Smith"}},              "UserParameters.Setter",             "J. Smith"},
         {{{"strategy", "offset_3d"}},                          "Strategy",                          "offset_3d"},
     };
     // clang-format on
@@ -147,13 +152,36 @@ TEST(ToolpathLoader, KeyRewrites) {
     }
 }
 
-TEST(ToolpathLoader, DatumLoadsAsStart) {
-    // "datum" goes where "start" goes, and lands there unrecognised in the same way.
-    load(0, {{"datum", "x"}});
-    const auto datum = kapParameterUpdater::get_unrecognised_pars();
-    load(0, {{"start", "x"}});
-    EXPECT_EQ(datum, kapParameterUpdater::get_unrecognised_pars());
-    EXPECT_TRUE(datum.contains("start"));
+TEST(ToolpathLoader, PairsNoParameterTakesAreKeptAsRead) {
+    struct Case {
+        std::pair<const char*, const char*> pair;
+        int result;
+        // Keys the unrecognised table holds afterwards: the key as read, and where the rules
+        // sent it ("datum" goes where "start" goes).
+        std::set<std::string> kept;
+    };
+    // clang-format off
+    const Case cases[] = {
+        {{"datum", "x"},                          0, {"datum", "start"}},
+        {{"start", "x"},                          0, {"start"}},
+        {{"connections.threshold_distance", "7"}, 0, {"connections.threshold_distance", "Connections.ThresholdDistance"}},
+        {{"block.centre.x", "5"},                -1, {"block.centre.x"}},
+    };
+    // clang-format on
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.pair.first);
+        kapParameterUpdater::get_unrecognised_pars().clear();
+        kapToolpathPar t("T");
+        std::unique_ptr<kapParameterLoader> loader(t.create_loader(kapPtrClaim{}, 0));
+        EXPECT_EQ(loader->load_par(kapParameterKey(c.pair.first), c.pair.second), c.result);
+        std::set<std::string> kept;
+        for (const auto& [key, value] : kapParameterUpdater::get_unrecognised_pars()) {
+            EXPECT_EQ(value, c.pair.second);
+            kept.insert(key);
+        }
+        EXPECT_EQ(kept, c.kept);
+        EXPECT_EQ(text(t, "Block.Centre"), "(0;0;0)");
+    }
 }
 
 TEST(ToolpathLoader, CornerFilletingConversion) {
@@ -258,9 +286,11 @@ TEST(ToolpathUpdater, StepsRunInOrderFromTheSavedVersion) {
                                  {"CollisionAvoidance.Active", "1"},
                                  {"connections.threshold_distance", "7"},
                                  {"connections.leads_on_short_links", "0"},
+                                 {"Plunge.StockModelState.StockModel", "19"},
                                  {"ShallowStrategy", "offset_steep"}});
     EXPECT_EQ(t->version(), 29);
     EXPECT_EQ(text(*t, "Overlap"), "0.25");                                        // 4 to 5
+    EXPECT_EQ(text(*t, "StockModelState.Entity"), "19");                           // 6 to 7
     EXPECT_EQ(text(*t, "Block.Diameter"), "40");                                   // 8 to 9
     EXPECT_EQ(text(*t, "CollisionAvoidance.Method"), "specify_direction");         // 11 to 12
     EXPECT_EQ(text(*t, "Connections.Link[0].Constraint[0].Distance.Value"), "7");  // 24 to 25
