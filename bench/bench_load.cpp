@@ -10,7 +10,8 @@
 //                                 steps
 //   Toolpath_PtreeReadJson        boost::property_tree's read_json of the version-29 pairs
 //
-// Counters: pairs, edits, loaded and unrecognised (what the load made of the pairs), and the
+// Counters: pairs, edits, old_keys (pairs whose key version 0 wrote otherwise), loaded and
+// unrecognised (what the load made of the pairs), version (after the update), and the
 // ratios, medians of the two operations run alternately after the benchmark's own loop:
 //   over_read_json    the version-29 load over read_json
 //   over_version29    the version-0 load and upgrade over the version-29 load
@@ -93,6 +94,7 @@ struct Saved {
     std::string current;  // version 29
     std::string old;      // version 0
     std::size_t pairs = 0;
+    std::size_t old_keys = 0;  // pairs whose key version 0 wrote differently
     int edits = 0;
 #ifdef KAPPAR_HAVE_BOOST
     std::string json;
@@ -112,9 +114,9 @@ const Saved& saved() {
         legacy_keys(tp, utString(), utString(), old_of);
         std::unordered_map<std::string_view, std::string_view> renamed;
         std::set<std::string_view> renamed_from;
-        for (const auto& s : kapToolpathPar::key_synonyms()) {
-            renamed.emplace(s.current, s.legacy);  // the first row of a path wins
-            renamed_from.insert(s.legacy);
+        for (const auto& row : kapToolpathPar::key_synonyms()) {
+            renamed.emplace(row.current, row.legacy);  // the first row of a path wins
+            renamed_from.insert(row.legacy);
         }
         kapFileDocument v0 = doc;
         v0.version = 0;
@@ -128,7 +130,10 @@ const Saved& saved() {
                 key = o->second;
             }
             // Two paths with one old key: the second keeps its current key.
-            p.key = used.insert(key).second ? key : p.key;
+            if (key != p.key && used.insert(key).second) {
+                p.key = key;
+                ++out.old_keys;
+            }
             used.insert(p.key);
         }
         out.old = kap_write_entity_text(v0);
@@ -203,6 +208,7 @@ void BM_Toolpath_ReadLoad_Version0(benchmark::State& state) {
     for (auto _ : state)
         load_old();
     report_load(state, saved().old);
+    state.counters["old_keys"] = static_cast<double>(saved().old_keys);
     const auto [ours, reference] = bench_paired_medians(load_old, load_current);
     state.counters["over_version29"] = ours / reference;
 }

@@ -48,7 +48,9 @@ std::size_t bench_live_bytes() noexcept;
 // Median times in nanoseconds of `a` and of `b`, run alternately `runs` times each so that both
 // see the same moments of a noisy machine: the ratio of the two is what a benchmark reports.
 // Times are the thread's CPU time, as the benchmarks' own figures are: on a shared machine the
-// wall clock also counts the time other processes hold the core.
+// wall clock also counts the time other processes hold the core. Each timed run follows an
+// untimed one of the same operation, so that neither pays for what the other left behind (cold
+// caches, freed blocks that the allocator consolidates on the next large request).
 template <class A, class B>
 std::pair<double, double> bench_paired_medians(A&& a, B&& b, int runs = 31) {
     std::vector<double> ta(static_cast<std::size_t>(runs)), tb(ta.size());
@@ -63,7 +65,9 @@ std::pair<double, double> bench_paired_medians(A&& a, B&& b, int runs = 31) {
         return now() - start;
     };
     for (std::size_t i = 0; i < ta.size(); ++i) {
+        a();
         ta[i] = time(a);
+        b();
         tb[i] = time(b);
     }
     const auto median = [](std::vector<double>& t) {
