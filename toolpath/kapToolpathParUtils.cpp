@@ -194,7 +194,8 @@ int kapToolpathParUtils::is_multi_axis(const kapParameter& tree) {
     const std::string_view type = text_view_of(tree, "ToolAxis.Type", keep_type);
     const std::string_view fixed = text_view_of(tree, "ToolAxis.FixedAngle.Mode", keep_fixed);
     if (!type.empty() && type != "vertical" && (fixed.empty() || fixed == "none")) return 2;
-    if (active(tree, "CollisionAvoidance") && flag_of(tree, "CollisionAvoidance.Active")) return 3;
+    // The flag first: the activity of the map evaluates a condition of its own.
+    if (flag_of(tree, "CollisionAvoidance.Active") && active(tree, "CollisionAvoidance")) return 3;
     return 0;
 }
 
