@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <array>
 #include <iterator>
+#include <unordered_map>
 #include <vector>
 
 #include "kappar/kapToolpathPar.h"
@@ -47,13 +48,17 @@ constexpr std::string_view kLoaderPaths[] = {
     "Strategy",
 };
 
-const utStringutStringcoTable& synonym_table() {
-    static utStringutStringcoTable table;
-    if (table.empty()) {
+// The renamed keys by old key, matched exactly. Looked up twice for every saved pair (once to
+// find the parameter a pair sets, once to load it), so hashed over the table's own texts.
+using SynonymTable = std::unordered_map<std::string_view, std::string_view>;
+const SynonymTable& synonym_table() {
+    static const SynonymTable table = [] {
+        SynonymTable t(std::size(kSynonyms) * 2);
         for (const auto& row : kSynonyms) {
-            table.emplace(row.legacy, row.current);
+            t.emplace(row.legacy, row.current);
         }
-    }
+        return t;
+    }();
     return table;
 }
 
@@ -167,7 +172,7 @@ std::span<const std::string_view> kapToolpathPar::named_paths() {
 utString kapToolpathPar::lookup_key_synonym(const utString& key) const {
     const auto& table = synonym_table();
     auto it = table.find(key);
-    if (it != table.end()) return it->second;
+    if (it != table.end()) return utString(it->second);
     return kapParameterRoot::lookup_key_synonym(key);
 }
 
@@ -197,65 +202,72 @@ bool kapToolpathParLoader::support_cornerfilleting_20200() const {
 }
 
 int kapToolpathParLoader::load_par(const kapParameterKey& key, const utString& value) {
-    utString k = key.str();
-    utString v = value;
+    const utString& in = key.str();
+    const utString& v = value;
+    utString k;  // the key rewritten; empty while it goes on as it was saved
 
-    if (k == "datum") {
+    if (in == "datum") {
         k = "start";
-    } else if ((k == "areaclear.rest.stockmodel" || k == "plunge.stockmodel") && !v.empty()) {
-        k += ".id";
-    } else if (is_under(k, "toolpath")) {
-        k = utString(kReferenceToolpath) + k.substr(std::string_view("toolpath").size());
-    } else if (is_under(k, "connections")) {
+    } else if ((in == "areaclear.rest.stockmodel" || in == "plunge.stockmodel") && !v.empty()) {
+        k = in + ".id";
+    } else if (is_under(in, "toolpath")) {
+        k = utString(kReferenceToolpath) + in.substr(std::string_view("toolpath").size());
+    } else if (is_under(in, "connections")) {
         // Keys the synonym table knows are mapped there; the rest is brought under the new map.
-        if (!synonym_table().contains(k)) k = connections_key(k);
-    } else if ((k == "Coolant" || k == "SpindleSpeed" || k == "FeedRate.Cutting" ||
-                k == "FeedRate.Plunging") &&
+        if (!synonym_table().contains(in)) k = connections_key(in);
+    } else if ((in == "Coolant" || in == "SpindleSpeed" || in == "FeedRate.Cutting" ||
+                in == "FeedRate.Plunging") &&
                !v.empty()) {
-        k += ".Value";
-    } else if (k == "tiltdirection.tool_clearance" || k == "tiltdirection.shank_clearance") {
+        k = in + ".Value";
+    } else if (in == "tiltdirection.tool_clearance" || in == "tiltdirection.shank_clearance") {
         // The tool's clearance while tilting is now the clearance of its shank.
         k = "CollisionAvoidance.Clearance.Shank";
-    } else if (k == "tiltdirection.holder_clearance") {
+    } else if (in == "tiltdirection.holder_clearance") {
         k = "CollisionAvoidance.Clearance.Holder";
-    } else if (k == "filter.type") {
+    } else if (in == "filter.type") {
         k = "Filter.Type";
-    } else if (k == "arcfit_prin_plane") {
+    } else if (in == "arcfit_prin_plane") {
         // Arc fitting in the principal plane is now the rounding of corners: "CornerRadius.Active".
         write_active_ = true;
         active_value_ = reads_true(v);
         return 0;
-    } else if (k == "arcfit") {
+    } else if (in == "arcfit") {
         // The arc-fitting radius is the radius of the rounded corners: "CornerRadius.Value".
         corner_radius_ = v;
         return 0;
-    } else if (k == "cornerfilleting" || k == "CornerFilleting.Value") {
+    } else if (in == "cornerfilleting" || in == "CornerFilleting.Value") {
         if (cornerfilleting_seen_ >= 0) cornerfilleting_seen_ = 1;
         cornerfilleting_ = v;
         return 0;
-    } else if (k == "CornerFilleting.Active") {
+    } else if (in == "CornerFilleting.Active") {
         write_active_ = true;
         active_value_ = reads_true(v);
         return 0;
-    } else if (k == kCornerRadiusActive || k == kCornerRadiusStyle || k == kCornerRadiusValue) {
+    } else if (in == kCornerRadiusActive || in == kCornerRadiusStyle || in == kCornerRadiusValue) {
         cornerfilleting_seen_ = -1;
     }
     // "strategy" and every other key go on as they stand.
 
     auto& unrecognised = kapParameterUpdater::get_unrecognised_pars();
-    if (k == key.str() && is_lone_component(k)) {
-        // A vector takes its components together: one on its own is refused and kept as read.
-        unrecognised[k] = v;
-        return -1;
+    if (k.empty()) {
+        if (is_lone_component(in)) {
+            // A vector takes its components together: one on its own is refused and kept as read.
+            unrecognised[in] = v;
+            return -1;
+        }
+        add_undeclared_child(root_, in, v);
+        const int result = kapParameterLoader::load_par(key, v);
+        kapToolpathParLoaderState::key_strings().insert(in);
+        return result;
     }
     add_undeclared_child(root_, k, v);
     const int result = kapParameterLoader::load_par(kapParameterKey(k), v);
-    kapToolpathParLoaderState::key_strings().insert(k);
-    if (result != 1 && k != key.str()) {
+    if (result != 1) {
         // A rewritten key that no parameter took: the pair is also kept under the key it was read
         // with, so that it is written back as it was read.
-        unrecognised[key.str()] = v;
+        unrecognised[in] = v;
     }
+    kapToolpathParLoaderState::key_strings().insert(std::move(k));
     return result;
 }
 

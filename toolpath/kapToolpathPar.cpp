@@ -8,6 +8,8 @@
 #include "kappar/kapHistoryFactory.h"
 #include "kapparameter/kapEvaluator.h"
 
+#include "kapToolpathRead.h"
+
 // ---------------------------------------------------------------------------------------------
 // Process-wide state
 
@@ -89,15 +91,9 @@ const utString& kapToolpathPar::stepover_from_cusp_expr() {
 // ---------------------------------------------------------------------------------------------
 // Strategy classifications
 
-namespace {
-utString strategy_of(const kapParameter& root) {
-    const kapParameter* s = root.find_node("Strategy");
-    return s != nullptr ? s->get_string() : utString();
-}
-}  // namespace
-
 bool kapToolpathPar::is_probing() const {
-    const utString s = strategy_of(*this);
+    utString keep;
+    const std::string_view s = kap_toolpath::text_view_of(*this, "Strategy", keep);
     return s == "surface_inspection" || s == "hole_inspection";
 }
 
@@ -107,7 +103,8 @@ int kapToolpathPar::is_turning() const {
         "turn_face_finishing", "turn_groove_roughing", "turn_groove_finishing",
         "turn_bore_roughing",  "turn_bore_finishing",  "turn_pattern",
     };
-    const utString s = strategy_of(*this);
+    utString keep;
+    const std::string_view s = kap_toolpath::text_view_of(*this, "Strategy", keep);
     return std::find(std::begin(kTurning), std::end(kTurning), s) != std::end(kTurning) ? 1 : 0;
 }
 

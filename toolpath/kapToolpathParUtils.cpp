@@ -12,6 +12,7 @@
 namespace {
 using kap_toolpath::flag_of;
 using kap_toolpath::text_of;
+using kap_toolpath::text_view_of;
 
 using Names = std::initializer_list<std::string_view>;
 
@@ -20,16 +21,28 @@ bool active(const kapParameter& tree, std::string_view path) {
     return p != nullptr && p->is_active();
 }
 
-bool one_of(const utString& s, Names names) {
+bool one_of(std::string_view s, Names names) {
     return std::find(names.begin(), names.end(), s) != names.end();
 }
 
-utString strategy(const kapParameter& tree) {
-    return text_of(tree, "Strategy");
+// The strategy, read in place; `keep` holds it when it had to be copied.
+std::string_view strategy(const kapParameter& tree, utString& keep) {
+    return text_view_of(tree, "Strategy", keep);
+}
+
+bool strategy_is(const kapParameter& tree, std::string_view name) {
+    utString keep;
+    return strategy(tree, keep) == name;
 }
 
 bool strategy_in(const kapParameter& tree, Names names) {
-    return one_of(strategy(tree), names);
+    utString keep;
+    return one_of(strategy(tree, keep), names);
+}
+
+bool text_is(const kapParameter& tree, std::string_view path, std::string_view text) {
+    utString keep;
+    return text_view_of(tree, path, keep) == text;
 }
 
 kapObjectId active_ref(const kapParameter& tree, std::string_view path) {
@@ -46,23 +59,24 @@ constexpr std::string_view kInputPattern = "AreaClearance.LeadIn.Drill.Pattern";
 // -- strategy classifications -----------------------------------------------------------------
 
 bool kapToolpathParUtils::is_debug_toolpath(const kapParameter& tree) {
-    return strategy(tree) == "debug";
+    return strategy_is(tree, "debug");
 }
 
 bool kapToolpathParUtils::is_external(const kapParameter& tree) {
-    return strategy(tree) == "hsm_finishing";
+    return strategy_is(tree, "hsm_finishing");
 }
 
 bool kapToolpathParUtils::is_additive(const kapParameter& tree) {
     return strategy_in(
                tree, {"surface_coating", "feature_construction", "surface_driven_construction"}) ||
-           text_of(tree, "ManufacturingProcess") == "additive";
+           text_is(tree, "ManufacturingProcess", "additive");
 }
 
 bool kapToolpathParUtils::is_maelstrom(const kapParameter& tree) {
-    const utString s = strategy(tree);
+    utString keep;
+    const std::string_view s = strategy(tree, keep);
     return s == "adaptive_area_clear" ||
-           (s == "curve_area_clear" && text_of(tree, "AreaClearance.Type") == "adaptive");
+           (s == "curve_area_clear" && text_is(tree, "AreaClearance.Type", "adaptive"));
 }
 
 bool kapToolpathParUtils::slice_based_area_clear(const kapParameter& tree) {
@@ -166,7 +180,7 @@ bool kapToolpathParUtils::support_roughing_coin_fitting(const kapParameter& tree
 // slicing keeps the feature's own corners, so filleting is left off there; pocket clearance is
 // always sliced from its feature and always filleted.
 bool kapToolpathParUtils::support_roughing_corner_filleting(const kapParameter& tree) {
-    if (strategy(tree) == "pocket_area_clear") return true;
+    if (strategy_is(tree, "pocket_area_clear")) return true;
     return strategy_in(tree, {"raster_area_clear", "offset_area_clear", "profile_area_clear",
                               "adaptive_area_clear"}) &&
            text_of(tree, "AreaClearance.Slicer.Type") != "feature";
@@ -175,11 +189,13 @@ bool kapToolpathParUtils::support_roughing_corner_filleting(const kapParameter& 
 // 1: the strategy moves the tool axis ("rotary"); 2: the tool axis is not vertical and not held
 // at a fixed angle; 3: collision avoidance may tilt the tool. 0: a 3-axis (or 3+2) toolpath.
 int kapToolpathParUtils::is_multi_axis(const kapParameter& tree) {
-    if (strategy(tree) == "rotary") return 1;
-    const utString type = text_of(tree, "ToolAxis.Type");
-    const utString fixed = text_of(tree, "ToolAxis.FixedAngle.Mode");
+    if (strategy_is(tree, "rotary")) return 1;
+    utString keep_type, keep_fixed;
+    const std::string_view type = text_view_of(tree, "ToolAxis.Type", keep_type);
+    const std::string_view fixed = text_view_of(tree, "ToolAxis.FixedAngle.Mode", keep_fixed);
     if (!type.empty() && type != "vertical" && (fixed.empty() || fixed == "none")) return 2;
-    if (active(tree, "CollisionAvoidance") && flag_of(tree, "CollisionAvoidance.Active")) return 3;
+    // The flag first: the activity of the map evaluates a condition of its own.
+    if (flag_of(tree, "CollisionAvoidance.Active") && active(tree, "CollisionAvoidance")) return 3;
     return 0;
 }
 

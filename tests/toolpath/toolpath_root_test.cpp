@@ -182,4 +182,30 @@ TEST(ToolpathRoot, QueriesOverOtherGroups) {
     }
 }
 
+// Multi-axis by strategy, by the tool axis texts (states, or texts a file left that are no
+// states: "tilted", "adjusted"), and by collision avoidance where its map is active.
+TEST(ToolpathRoot, MultiAxis) {
+    struct Case {
+        const char* strategy;
+        const char* type;
+        const char* fixed;
+        const char* avoid;
+        int multi_axis;
+    };
+    kapToolpathPar tp("T");
+    for (const Case& c :
+         {Case{"raster", "vertical", "none", "0", 0}, Case{"raster", "lead_lean", "none", "0", 2},
+          Case{"raster", "lead_lean", "azimuth", "0", 0}, Case{"raster", "tilted", "none", "0", 2},
+          Case{"raster", "lead_lean", "adjusted", "0", 0},
+          Case{"raster", "vertical", "none", "1", 3}, Case{"drill", "vertical", "none", "1", 0},
+          Case{"rotary", "vertical", "none", "0", 1}}) {
+        SCOPED_TRACE(std::string(c.strategy) + " " + c.type + " " + c.fixed + " " + c.avoid);
+        ASSERT_TRUE(tp.find("Strategy")->set_string(c.strategy));
+        ASSERT_TRUE(tp.find("ToolAxis.Type")->set_string(c.type));
+        ASSERT_TRUE(tp.find("ToolAxis.FixedAngle.Mode")->set_string(c.fixed));
+        ASSERT_TRUE(tp.find("CollisionAvoidance.Active")->set_string(c.avoid));
+        EXPECT_EQ(kapToolpathParUtils::is_multi_axis(tp), c.multi_axis);
+    }
+}
+
 }  // namespace
