@@ -132,7 +132,7 @@ TEST(Links, EitherSideGoingFirstDropsTheLink) {
 // ---------------------------------------------------------------------------------------------
 // Operators
 
-enum class Side { six, minus3, zero, fifty, stepover, sum, text, other_text, map, error };
+enum class Side { six, minus3, zero, fifty, stepover, sum, text, other_text, five_text, map, error };
 kapParameterPtr make(Side s) {
     switch (s) {
         case Side::six:
@@ -151,6 +151,8 @@ kapParameterPtr make(Side s) {
             return kapParameterPtr(new kapParameterString("abc"));
         case Side::other_text:
             return kapParameterPtr(new kapParameterString("it's"));
+        case Side::five_text:
+            return kapParameterPtr(new kapParameterString("5"));
         case Side::map:
             return kapParameterPtr(new kapParameterMap());
         case Side::error:
@@ -184,6 +186,7 @@ const OpRow kOps[] = {
     {Form::binary,  Side::text,     "==",  Side::text,      {},   1, nullptr, kNo},
     {Form::binary,  Side::other_text, "!=", Side::text,     {},   1, nullptr, kNo},
     {Form::binary,  Side::text,     "+",   Side::six,       {},  {}, nullptr, kapErrType},
+    {Form::binary,  Side::six,      "+",   Side::five_text, 11.0, {}, nullptr, kNo},
     {Form::binary,  Side::map,      "+",   Side::six,       {},  {}, nullptr, kapErrType},
     {Form::binary,  Side::six,      "*",   Side::error,     {},  {}, nullptr, kapErrNoItem},
     {Form::binary,  Side::stepover, "*",   Side::six,       {},  {}, "Stepover*6", kNo},
