@@ -1,5 +1,5 @@
-// Links: nodes that name a map as their parent without being one of its children. The map side
-// of every link lives in one process-wide table, consulted only while links exist.
+// Links: nodes that name a map as their parent without being one of its children. Both sides of
+// every link live in one process-wide table, consulted only while links exist.
 
 #include "kapparameter/kapParameter.h"
 
@@ -15,7 +15,27 @@ namespace {
 
 struct LinkTable {
     std::mutex mutex;
-    std::unordered_map<const kapParameter*, kapParameterMap*> parent_of;  // linked node -> map
+    std::unordered_map<const kapParameter*, const kapParameterMap*> parent_of;
+    std::unordered_multimap<const kapParameterMap*, const kapParameter*> linked_under;
+
+    bool contains(const kapParameter* node) const { return parent_of.contains(node); }
+    void insert(const kapParameter* node, const kapParameterMap* map) {
+        parent_of.emplace(node, map);
+        linked_under.emplace(map, node);
+    }
+    bool erase(const kapParameter* node) {
+        auto it = parent_of.find(node);
+        if (it == parent_of.end()) return false;
+        auto [first, last] = linked_under.equal_range(it->second);
+        for (; first != last; ++first) {
+            if (first->second == node) {
+                linked_under.erase(first);
+                break;
+            }
+        }
+        parent_of.erase(it);
+        return true;
+    }
 };
 LinkTable& links() {
     static auto& t = *new LinkTable();  // outlives every node destroyed at exit
@@ -39,8 +59,8 @@ bool within(const kapParameter* node, const kapParameter* top) noexcept {
 
 // Reaches the parent link of nodes for the table above.
 struct kapParameterLinkAccess {
-    static void set_parent(kapParameter& node, kapParameterMap* parent) noexcept {
-        node.parent_ = parent;
+    static void clear_parent(const kapParameter& node) noexcept {
+        const_cast<kapParameter&>(node).parent_ = nullptr;
     }
 };
 
@@ -48,7 +68,7 @@ bool kapParameter::is_linked() const noexcept {
     if (parent_ == nullptr || !any_links()) return false;
     auto& t = links();
     std::lock_guard<std::mutex> lock(t.mutex);
-    return t.parent_of.contains(this);
+    return t.contains(this);
 }
 
 bool kapParameter::link_par(const kapParameterPtr& parent) {
@@ -60,14 +80,13 @@ bool kapParameter::link_par(kapParameter* parent) {
     auto* map = static_cast<kapParameterMap*>(parent);
     auto& t = links();
     std::lock_guard<std::mutex> lock(t.mutex);
-    auto it = t.parent_of.find(this);
-    if (it == t.parent_of.end()) {
-        if (parent_ != nullptr) return false;  // a child of a map
-        t.parent_of.emplace(this, map);
-        g_link_count.fetch_add(1, std::memory_order_relaxed);
-    } else {
-        it->second = map;
+    if (t.erase(this)) {
+        g_link_count.fetch_sub(1, std::memory_order_relaxed);
+    } else if (parent_ != nullptr) {
+        return false;  // a child of a map
     }
+    t.insert(this, map);
+    g_link_count.fetch_add(1, std::memory_order_relaxed);
     kap_activity_changed();
     parent_ = map;
     return true;
@@ -77,7 +96,7 @@ bool kapParameter::unlink_par() {
     if (parent_ == nullptr || !any_links()) return false;
     auto& t = links();
     std::lock_guard<std::mutex> lock(t.mutex);
-    if (t.parent_of.erase(this) == 0) return false;
+    if (!t.erase(this)) return false;
     g_link_count.fetch_sub(1, std::memory_order_relaxed);
     kap_activity_changed();
     parent_ = nullptr;
@@ -93,8 +112,8 @@ int kapParameter::unlink_all() {
         if (node == this || within(parent, this)) gone.push_back(node);
     }
     for (const kapParameter* node : gone) {
-        t.parent_of.erase(node);
-        kapParameterLinkAccess::set_parent(const_cast<kapParameter&>(*node), nullptr);
+        t.erase(node);
+        kapParameterLinkAccess::clear_parent(*node);
     }
     g_link_count.fetch_sub(gone.size(), std::memory_order_relaxed);
     if (!gone.empty()) kap_activity_changed();
@@ -105,7 +124,7 @@ void kapParameter::drop_link() noexcept {
     if (!any_links()) return;
     auto& t = links();
     std::lock_guard<std::mutex> lock(t.mutex);
-    if (t.parent_of.erase(this) != 0) g_link_count.fetch_sub(1, std::memory_order_relaxed);
+    if (t.erase(this)) g_link_count.fetch_sub(1, std::memory_order_relaxed);
     parent_ = nullptr;
 }
 
@@ -114,13 +133,11 @@ void kap_drop_links_to(const kapParameterMap* map) noexcept {
     if (!any_links()) return;
     auto& t = links();
     std::lock_guard<std::mutex> lock(t.mutex);
-    for (auto it = t.parent_of.begin(); it != t.parent_of.end();) {
-        if (it->second == map) {
-            kapParameterLinkAccess::set_parent(const_cast<kapParameter&>(*it->first), nullptr);
-            it = t.parent_of.erase(it);
-            g_link_count.fetch_sub(1, std::memory_order_relaxed);
-        } else {
-            ++it;
-        }
+    auto [first, last] = t.linked_under.equal_range(map);
+    for (auto it = first; it != last; ++it) {
+        kapParameterLinkAccess::clear_parent(*it->second);
+        t.parent_of.erase(it->second);
+        g_link_count.fetch_sub(1, std::memory_order_relaxed);
     }
+    t.linked_under.erase(first, last);
 }
