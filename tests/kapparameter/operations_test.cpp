@@ -3,8 +3,9 @@
 
 #include <gtest/gtest.h>
 
+#include <bit>
 #include <cmath>
-#include <cstring>
+#include <cstdint>
 #include <functional>
 #include <optional>
 #include <string>
@@ -132,7 +133,19 @@ TEST(Links, EitherSideGoingFirstDropsTheLink) {
 // ---------------------------------------------------------------------------------------------
 // Operators
 
-enum class Side { six, minus3, zero, fifty, stepover, sum, text, other_text, five_text, map, error };
+enum class Side {
+    six,
+    minus3,
+    zero,
+    fifty,
+    stepover,
+    sum,
+    text,
+    other_text,
+    five_text,
+    map,
+    error
+};
 kapParameterPtr make(Side s) {
     switch (s) {
         case Side::six:
@@ -286,8 +299,9 @@ TEST(Print, NestedMapAtEachDepth) {
         {"Map.Empty", 3, "      Empty {}\n"},
         {"List[1]", 2, "    [1] = 0.5\n"},
     };
-    for (const auto& row : rows)
+    for (const auto& row : rows) {
         EXPECT_EQ(t.root[row.path]->print(row.depth), row.text) << row.path << " at " << row.depth;
+    }
 }
 
 TEST(Print, XmlTypenames) {
@@ -348,8 +362,9 @@ TEST(LockHolder, CopiesAndFixup) {
     EXPECT_EQ(self_copy.get_locking_id(), self_copy.get_id());
     EXPECT_EQ(held_copy.get_locking_id(), holder_id);
 
-    for (kapParameterRoot* r : {&self_locked.root, &held.root, &self_copy, &held_copy})
+    for (kapParameterRoot* r : {&self_locked.root, &held.root, &self_copy, &held_copy}) {
         r->fixup_locking_id();  // every holder is alive: nothing changes
+    }
     EXPECT_TRUE(self_locked.root.root_locked() && held.root.root_locked() &&
                 held_copy.root_locked());
     EXPECT_FALSE(held.root["A"]->set_double(1));
@@ -372,7 +387,7 @@ kapParameterPtr vector(int n) {
 }
 
 bool same_bits(double a, double b) {
-    return std::memcmp(&a, &b, sizeof a) == 0;
+    return std::bit_cast<std::uint64_t>(a) == std::bit_cast<std::uint64_t>(b);
 }
 
 TEST(GeometryConversions, VectorsRoundTripExactly) {
@@ -383,8 +398,9 @@ TEST(GeometryConversions, VectorsRoundTripExactly) {
         giVector3 back(9, 9, 9);
         ASSERT_TRUE(kapParameterUtils::from_givector3(par, v));
         ASSERT_TRUE(kapParameterUtils::to_givector3(par, back));
-        for (int i = 0; i < 3; ++i)
+        for (int i = 0; i < 3; ++i) {
             EXPECT_TRUE(same_bits(back[i], v[i])) << back[i] << " != " << v[i];
+        }
         ASSERT_TRUE(kapParameterUtils::from_gipoint3(par, giPoint3(v)));
         ASSERT_TRUE(kapParameterUtils::to_givector3(par, back));
         EXPECT_EQ(back, v);
@@ -399,8 +415,9 @@ TEST(GeometryConversions, VectorsRoundTripExactly) {
 TEST(GeometryConversions, WorkplaneFillsTheAxesAMapHas) {
     Tree t;
     t.root.add("WPlane", kapParameterPtr(new kapParameterMap()));
-    for (const char* name : {"Origin", "YAxis", "ZAxis"})
+    for (const char* name : {"Origin", "YAxis", "ZAxis"}) {
         t.root.add(std::string("WPlane.") + name, vector(3));
+    }
     const giWorkplane3 wp(giPoint3(1, 2, 3), giVector3(0, 1, 0), giVector3(-1, 0, 0),
                           giVector3(0, 0, 1));
     ASSERT_TRUE(kapParameterUtils::from_giworkplane3(t.root["WPlane"], wp));

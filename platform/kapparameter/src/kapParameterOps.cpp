@@ -1,5 +1,6 @@
 // Operators applied to parameter values, printing, and the XML names of the kinds of node.
 
+#include <algorithm>
 #include <array>
 #include <cmath>
 #include <string_view>
@@ -140,16 +141,16 @@ kapParameterPtr operate(const kapParameter& self, const kapParameter* rhs, const
             return kapParameterError::create(o.code, o.message);
         }
     }
-    if (op == nullptr)
+    if (op == nullptr) {
         return kapParameterError::create(kapErrSyntax, "unknown operator: " + op_name);
+    }
     const utString& text = text_or_empty;
     const auto compiled = kapExpr::compile_uncached(text);
     if (!compiled->ok()) {
         return kapParameterError::create(compiled->error().code, compiled->error().message);
     }
-    bool has_expr = false;
-    for (const Operand& o : operands)
-        has_expr = has_expr || o.kind == Operand::expr;
+    const bool has_expr = std::any_of(operands.begin(), operands.end(),
+                                      [](const Operand& o) { return o.kind == Operand::expr; });
     const kapDimStandard dims = dims_of(self, rhs);
     if (has_expr) {
         kapParameterPtr out;
@@ -214,8 +215,8 @@ kapParameterPtr kapParameter::operate_postfix(const utString& op) const {
 
 namespace {
 
-void print_into(const kapParameter& p, int depth, utString& out) {
-    out.append(static_cast<std::size_t>(2 * depth), ' ');
+void print_into(const kapParameter& p, std::size_t depth, utString& out) {
+    out.append(2 * depth, ' ');
     const kapParameterMap* parent = p.parent();
     if (const auto* root = kapParameterRoot::ut_dynamic_cast(&p)) {
         out += root->get_root_type() + " \"" + root->get_root_name() + '"';
@@ -236,9 +237,10 @@ void print_into(const kapParameter& p, int depth, utString& out) {
         return;
     }
     out += " {\n";
-    for (const kapParameterPtr& c : map.children())
+    for (const kapParameterPtr& c : map.children()) {
         print_into(*c, depth + 1, out);
-    out.append(static_cast<std::size_t>(2 * depth), ' ');
+    }
+    out.append(2 * depth, ' ');
     out += "}\n";
 }
 
@@ -246,7 +248,7 @@ void print_into(const kapParameter& p, int depth, utString& out) {
 
 utString kapParameter::print(int depth) const {
     utString out;
-    print_into(*this, depth < 0 ? 0 : depth, out);
+    print_into(*this, depth < 0 ? 0 : static_cast<std::size_t>(depth), out);
     return out;
 }
 
