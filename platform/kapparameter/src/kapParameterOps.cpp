@@ -67,7 +67,8 @@ Operand operand_of(const kapParameter& p) {
     }
     if (p.is_expr()) {
         o.kind = Operand::expr;
-        const std::string_view inside = kapExpr::unwrap(p.get_expr());
+        const utString held = p.get_expr();
+        const std::string_view inside = kapExpr::unwrap(held);
         const auto compiled = kapExpr::compile_uncached(inside);
         // A lone name or constant stands as it is; anything else keeps its own parentheses.
         if (compiled->ok() && compiled->depth() <= 1) {
