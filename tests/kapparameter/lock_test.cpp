@@ -32,7 +32,7 @@ std::set<std::string> mutators_in_headers() {
     const std::regex head(
         R"(^(?:class|struct)\s+(?:\w+_API\s+)?(\w+)\s*(?:final\s*)?(?::\s*public\s+(\w+))?[^;]*\{)");
     const std::regex member(
-        R"(\b(set_\w+|add\w*|remove\w*|append\w*|reset|copy_\w+|operator=)\s*\([^)]*\)\s*(const)?)");
+        R"(\b(set_\w+|add\w*|remove\w*|append\w*|reset|copy_\w+|operator=|link_par|unlink\w*|fixup_\w+)\s*\([^)]*\)\s*(const)?)");
     std::set<std::string> params{"kapParameter"};
     std::set<std::string> found;
     for (int pass = 0; pass < 2; ++pass) {  // bases may be declared in a later file
@@ -109,6 +109,7 @@ struct Row {
 };
 const char* const kDecl = "declaration, shared by every instance: not the entity's state";
 const char* const kBook = "bookkeeping of the root, not a change of its parameters";
+const char* const kLink = "a link belongs to the linked node: the entity keeps its parameters";
 
 // clang-format off
 const std::map<std::string, Row>& table() {
@@ -192,6 +193,11 @@ const std::map<std::string, Row>& table() {
         {"kapParameterRoot::set_version",     {{}, kBook}},
         {"kapParameterRoot::set_modified",    {{}, kBook}},
         {"kapParameterRoot::set_locked",      {{}, "the lock itself"}},
+        {"kapParameterRoot::set_locking_id",  {{}, "the lock itself"}},
+        {"kapParameterRoot::fixup_locking_id", {{}, "the lock itself"}},
+        {"kapParameter::link_par",            {{}, kLink}},
+        {"kapParameter::unlink_par",          {{}, kLink}},
+        {"kapParameter::unlink_all",          {{}, kLink}},
     };
     return rows;
 }

@@ -8,3 +8,7 @@
 // 5 reference, 6 member function, 7 error, 8 map) for a subtype and dimension: pinned, shared by
 // every node made without a declaration of its own, and never freed.
 kapParameterImpl* kap_blank_impl(int kind, kapParameterSubType subtype, kapDimStandard dims);
+
+class kapParameterMap;
+// Leaves the nodes linked under `map` (kapParameter::link_par) without a parent.
+void kap_drop_links_to(const kapParameterMap* map) noexcept;

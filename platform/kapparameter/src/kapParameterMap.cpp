@@ -104,6 +104,7 @@ kapParameterMap::kapParameterMap(const kapParameterMap& o) : kapParameter(o) {
 
 kapParameterMap::~kapParameterMap() {
     kap_activity_changed();
+    kap_drop_links_to(this);
     kapParameterPtr* kids = slot_.kids;
     const std::uint32_t n = size_;
     size_ = 0;

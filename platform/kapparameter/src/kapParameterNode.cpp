@@ -87,6 +87,7 @@ kapParameterImpl::kapParameterImpl(const kapParameterImpl& o)
       onmodify_name(o.onmodify_name),
       onread_name(o.onread_name),
       onmirror_name(o.onmirror_name),
+      onmodify_param(o.onmodify_param),
       onmodify(o.onmodify),
       onread(o.onread),
       onmirror(o.onmirror),
@@ -395,12 +396,17 @@ bool kapParameter::begin_write() const {
 
 void kapParameter::end_write() {
     kap_activity_changed();
-    if (kapParameterRoot* root = get_root()) root->set_modified(true);
+    kapParameterRoot* root = get_root();
+    if (root != nullptr) root->set_modified(true);
     kapOnModifyFn fn = impl_->onmodify;
     if (fn == nullptr && !impl_->onmodify_name.empty()) {
         fn = kapParameterCallbacks::find_onmodify(impl_->onmodify_name);
     }
-    if (fn != nullptr && !kapBlockParUpdateCallbacks::block_parameter_update_callbacks()) fn(this);
+    const bool run =
+        fn != nullptr && !kapBlockParUpdateCallbacks::block_parameter_update_callbacks();
+    if (run) fn(this);
+    // The callback may have taken this node out of its tree: ask for the root again.
+    if (root != nullptr && (!run || get_root() == root)) root->note_write(*this);
 }
 
 void kapParameter::run_onread() const {
@@ -521,6 +527,9 @@ void kapParameter::set_onmirror_callback(const utString& name) {
     auto& impl = mut_impl();
     impl.onmirror_name = name;
     impl.onmirror = kapParameterCallbacks::find_onmirror(name);
+}
+void kapParameter::set_onmodify_param_name(const utString& name) {
+    if (impl_->onmodify_param != name) mut_impl().onmodify_param = name;
 }
 void kapParameter::set_onmirror_callback(kapOnMirrorFn fn) {
     auto& impl = mut_impl();

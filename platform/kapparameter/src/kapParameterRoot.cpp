@@ -36,9 +36,9 @@ kapParameterRoot::kapParameterRoot(const kapParameterRoot& o)
       name_(o.name_),
       strings_(o.strings_),
       version_(o.version_),
-      modified_(o.modified_),
-      locked_(o.locked_) {
+      modified_(o.modified_) {
     register_self();
+    locking_id_ = o.locking_id_ == o.id_ ? id_ : o.locking_id_;
 }
 
 kapParameterRoot& kapParameterRoot::operator=(const kapParameterRoot& o) {
@@ -85,6 +85,43 @@ void kapParameterRoot::reset() {
     if (!begin_write()) return;
     remove_all();
     build_tree(this);
+}
+
+void kapParameterRoot::fixup_locking_id() {
+    if (!locking_id_.empty() && locking_id_ != id_ && find_root(locking_id_) == nullptr) {
+        locking_id_ = kapObjectId{};
+    }
+}
+
+void kapParameterRoot::note_write(kapParameter& par) {
+    modified_ = true;
+    kapParameter* reported = &par;
+    if (const utString& name = par.get_onmodify_param_name(); !name.empty()) {
+        const kapParameter* named = nullptr;
+        if (par.parent() != nullptr) named = par.parent()->find_node(name);
+        if (named == nullptr) named = find_node(name);
+        if (named != nullptr) reported = const_cast<kapParameter*>(named);
+    }
+    if (reported == this) {
+        modified_par_ = kapParameterPtr();
+    } else {
+        modified_par_ = kapParameterPtr(reported);
+    }
+    kapOnModifyFn fn = impl_->onmodify;
+    if (fn == nullptr && !impl_->onmodify_name.empty()) {
+        fn = kapParameterCallbacks::find_onmodify(impl_->onmodify_name);
+    }
+    if (fn != nullptr && !kapBlockParUpdateCallbacks::block_parameter_update_callbacks()) {
+        fn(reported);
+    }
+}
+
+kapParameterPtr kapParameterRoot::get_modified_param() const {
+    return modified_par_;
+}
+
+utString kapParameterRoot::get_modified_param_name() const {
+    return modified_par_ ? kapParameter::get_name(*modified_par_, 1) : utString();
 }
 
 kapParameterPtr kapParameterRoot::lookup_method(const kapParameterKey&) const {

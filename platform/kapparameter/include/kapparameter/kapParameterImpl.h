@@ -35,6 +35,7 @@ struct kapParameterImpl {
     utString default_metric;
     utString default_inch;
     utString onmodify_name, onread_name, onmirror_name;
+    utString onmodify_param;  // the parameter the root reports when this one is modified
     kapOnModifyFn onmodify = nullptr;
     kapOnReadFn onread = nullptr;
     kapOnMirrorFn onmirror = nullptr;

@@ -56,6 +56,9 @@ class kapParameter {
         // A node goes when its last handle does; one destroyed otherwise (on the stack, inside
         // another object, deleted by hand) while handles still count it leaves them dangling.
         assert(refs_ == 0 && "a parameter destroyed while handles still count it");
+        // Maps clear the parent of a child before they let it go: only a linked node still
+        // names one here.
+        if (parent_ != nullptr) drop_link();
         // Nodes of instances point at pinned declarations and most hold no text.
         if ((flags_ & (kPinnedFlag | kTextFlag)) != kPinnedFlag) drop_shared_parts();
     }
@@ -112,6 +115,24 @@ class kapParameter {
     // The node at `path`, or null; no error node is made.
     virtual const kapParameter* find_node(std::string_view path) const;
     virtual bool is_ref() const noexcept { return false; }
+
+    // -- links --
+    // Links this node under `parent` (a map) without making it one of its children: the node
+    // then finds its root, resolves the names of its expressions, locks and reports its changes
+    // through `parent` as a child would, while `parent` keeps its children, values and modified
+    // flag as they were. Answers false (and changes nothing) when `parent` is not a map, when
+    // this node is already a child of a map, or when `parent` lies below this node. A node that
+    // is linked elsewhere moves. The link is weak on both sides: whichever of the two goes
+    // first drops it. Neither linking nor unlinking runs a callback or marks anything modified.
+    bool link_par(const kapParameterPtr& parent);
+    bool link_par(kapParameter* parent);
+    // Undoes link_par; false when this node is not linked (a child stays with its map: use
+    // kapParameterMap::remove).
+    bool unlink_par();
+    bool is_linked() const noexcept;
+    // Drops the link of this node and, for a map, of every node linked under it or under any
+    // map below it. Answers the number of links dropped.
+    virtual int unlink_all();
     bool is_map() const noexcept { return (flags_ & kMapFlag) != 0; }
     bool is_ref_node() const noexcept { return (flags_ & kRefFlag) != 0; }
     // The node a reference leads to (the referred root), or null.
@@ -160,6 +181,36 @@ class kapParameter {
     const kapValueText* extra() const noexcept {
         return (flags_ & kTextFlag) ? slot_.text : nullptr;
     }
+    // -- operators --
+    // The operators of the expression language applied to values: binary "+", "-", "*", "/",
+    // "==", "!=", "<", "<=", ">", ">=", "&&", "||" (also "and", "or"); prefix "-", "+", "!";
+    // postfix "%" (hundredths: 50% is 0.5). Operands are numbers (numerics and flags), texts
+    // (strings and enumerations by their state key, met by the language's rules: "5" + 1 is 6,
+    // "abc" + 1 a type error) or expressions. When no operand holds an expression, the answer
+    // is a new parameter holding the result: a real with the dimension of the first numeric
+    // operand, a flag for comparisons and connectives. When an operand holds an expression,
+    // the answer holds the combined expression
+    // text ("Stepover*2", "(A+B)/2") for evaluation wherever it is placed: a numeric (a flag for
+    // comparisons), or a "${...}" string when this node is a string. Failures are error
+    // parameters: an unknown operator (syntax), an operand of the wrong kind (maps, vectors,
+    // references: type), a division by zero; an operand in error answers its error.
+    virtual kapParameterPtr operate_binary(const utString& op, const kapParameter& rhs) const;
+    virtual kapParameterPtr operate_prefix(const utString& op) const;
+    virtual kapParameterPtr operate_postfix(const utString& op) const;
+
+    // -- printing --
+    // This node and everything below it as text, one line per node, indented by two spaces
+    // per level from `depth` (negative counts as 0): "Name = value" for a value as a file keeps
+    // it (an expression's text; nothing is evaluated, no callback runs), "Name {" ... "}" for a
+    // map with children and "Name {}" for an empty one. Elements of sequences and unnamed
+    // nodes are named by their position ("[2]"); a root by its kind and its quoted name.
+    virtual utString print(int depth) const;
+    // The element name of this kind of node in XML: "real", "integer", "bool" or "angle" for
+    // numerics (by subtype; "numeric" for any other), "enum", "string", "path", "data",
+    // "vector", "map", "list", "sharedlist", "array", "temparray", "ref", "function", "error",
+    // and a root's kind name ("toolpath").
+    virtual utString get_xml_typename() const;
+
     // True when the value lies in the declared range (or there is none).
     virtual bool check_range() const { return true; }
     // Equal kind, declaration texts and values, recursively.
@@ -172,6 +223,11 @@ class kapParameter {
     void set_onread_callback(kapOnReadFn fn);
     void set_onmirror_callback(const utString& name);
     void set_onmirror_callback(kapOnMirrorFn fn);
+    // Names the parameter that the root reports as modified when this one is (see
+    // kapParameterRoot::get_modified_param): a path from this node's parent (a sibling, or a
+    // parameter below it), else from the root. Empty (the default): this parameter itself.
+    void set_onmodify_param_name(const utString& name);
+    const utString& get_onmodify_param_name() const noexcept { return impl_->onmodify_param; }
 
     // -- counting (handles) --
     int use_count() const noexcept { return refs_; }
@@ -205,6 +261,7 @@ class kapParameter {
     friend class kapParameterPtr;
     friend struct kapParameterSeal;
     friend struct kapParameterBlocks;
+    friend struct kapParameterLinkAccess;
 
     // flags_: bits 0-7 the flags below; bits 8-15 the node's size in 8-byte units when it was
     // made with new (0: unknown); bits 16-31 its distance from the start of its block in 8-byte
@@ -223,6 +280,8 @@ class kapParameter {
     static constexpr unsigned kSizeShift = 8;
     static constexpr unsigned kBlockShift = 16;
 
+    // Removes the link of a node going away (see link_par).
+    void drop_link() noexcept;
     // Destroys a node owned by its handles and gives its memory back.
     void destroy_owned() const noexcept;
     // Gives back the counts on the declaration and the text.

@@ -50,8 +50,27 @@ class kapParameterRoot : public kapParameterMap {
     kapRefToObjectId get_ref_to_id() const noexcept { return kapRefToObjectId(id_); }
     bool get_modified() const noexcept { return modified_; }
     void set_modified(bool m) noexcept { modified_ = m; }
-    bool root_locked() const noexcept { return locked_; }
-    void set_locked(bool locked) noexcept { locked_ = locked; }
+    // The parameter the last write in this tree reported (the written one, or the one its
+    // declaration names with set_onmodify_param_name); empty before the first write and when
+    // the name led to the root itself. A change
+    // callback attached to the root itself runs after every write with that parameter (not
+    // while a kapBlockParUpdateCallbacks guard lives).
+    kapParameterPtr get_modified_param() const;
+    // Its path from the root ("" for the root, or when there was no write).
+    utString get_modified_param_name() const;
+
+    // -- lock --
+    // A root is locked while it holds the id of the entity that locked it: its own id when it
+    // locked itself (set_locked(true)), another entity's when that one holds it (a toolpath
+    // that uses a boundary exclusively). An empty id unlocks.
+    bool root_locked() const noexcept { return !locking_id_.empty(); }
+    void set_locked(bool locked) noexcept { locking_id_ = locked ? id_ : kapObjectId{}; }
+    void set_locking_id(kapObjectId holder) noexcept { locking_id_ = holder; }
+    kapObjectId get_locking_id() const noexcept { return locking_id_; }
+    // Brings the lock in line with the live roots: a lock whose holder no longer exists is
+    // released. (A copy holds the lock of its source: itself where the source held its own, the
+    // source's holder otherwise.)
+    virtual void fixup_locking_id();
     // Writes refused because of the lock since construction.
     int refused_writes() const noexcept { return refused_; }
     void note_refused_write() const noexcept { ++refused_; }
@@ -72,11 +91,16 @@ class kapParameterRoot : public kapParameterMap {
     utString kind_;
     utString name_;
     utStringcoSList strings_;
+    friend class kapParameter;
+    // Records the write of `par` and runs the root's own change callback.
+    void note_write(kapParameter& par);
+
     int version_;
     kapObjectId id_;
+    kapObjectId locking_id_;
+    kapParameterPtr modified_par_;  // never the root itself (it would own itself)
     mutable int refused_ = 0;
     bool modified_ = false;
-    bool locked_ = false;
 };
 
 // ---------------------------------------------------------------------------------------------
