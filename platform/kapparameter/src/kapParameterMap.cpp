@@ -6,6 +6,7 @@
 #include <cstring>
 #include <new>
 
+#include "kapEvalBind.h"
 #include "kapEvalHooks.h"
 #include "kapNameFold.h"
 #include "kapParameterBlocks.h"
@@ -103,7 +104,8 @@ kapParameterMap::kapParameterMap(const kapParameterMap& o) : kapParameter(o) {
 }
 
 kapParameterMap::~kapParameterMap() {
-    kap_activity_changed();
+    kap_structure_changed();
+    kap_drop_bindings(bindings_);
     kapParameterPtr* kids = slot_.kids;
     const std::uint32_t n = size_;
     size_ = 0;
@@ -146,14 +148,14 @@ void kapParameterMap::reserve_kids(std::size_t n) {
 }
 
 void kapParameterMap::push_kid(kapParameterPtr&& child) {
-    kap_activity_changed();
+    kap_structure_changed();
     if (size_ == cap_) reserve_kids(cap_ < 4 ? 4 : std::size_t{cap_} * 2);
     new (slot_.kids + size_) kapParameterPtr(std::move(child));
     ++size_;
 }
 
 void kapParameterMap::erase_kid(std::size_t i) noexcept {
-    kap_activity_changed();
+    kap_structure_changed();
     kapParameterPtr gone(std::move(slot_.kids[i]));
     slot_.kids[i].~kapParameterPtr();
     std::memmove(static_cast<void*>(slot_.kids + i), static_cast<const void*>(slot_.kids + i + 1),
@@ -163,7 +165,7 @@ void kapParameterMap::erase_kid(std::size_t i) noexcept {
 }
 
 void kapParameterMap::clear_kids() noexcept {
-    kap_activity_changed();
+    kap_structure_changed();
     const std::uint32_t n = size_;
     size_ = 0;
     for (std::uint32_t i = 0; i < n; ++i) {
@@ -175,7 +177,7 @@ void kapParameterMap::clear_kids() noexcept {
 }
 
 void kapParameterMap::touch_structure() noexcept {
-    kap_activity_changed();
+    kap_structure_changed();
     for (kapParameterMap* m = this; m != nullptr && (m->flags_ & kPristineFlag); m = m->parent_) {
         m->flags_ &= ~kPristineFlag;
     }

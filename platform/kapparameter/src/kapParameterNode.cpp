@@ -245,7 +245,7 @@ void kapParameter::destroy_owned() const noexcept {
 }
 
 kapParameterImpl& kapParameter::mut_impl() {
-    kap_activity_changed();
+    kap_structure_changed();
     if ((flags_ & kPinnedFlag) || impl_->refs > 1) {
         auto* copy = new kapParameterImpl(*impl_);
         release_impl();
@@ -257,7 +257,7 @@ kapParameterImpl& kapParameter::mut_impl() {
 void kapParameter::set_impl(const kapParameterImplPtr& impl) {
     kapParameterImpl* p = impl.get();
     if (p == nullptr || p == impl_) return;
-    kap_activity_changed();
+    kap_structure_changed();
     const bool blank = p->name.empty() && p->subtype == 0 && p->states.empty() &&
                        p->component == nullptr && p->vector_size == 0;
     if (!blank && p->vector_size != impl_->vector_size) return;  // would not fit the values
