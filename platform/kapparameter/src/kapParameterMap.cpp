@@ -35,6 +35,144 @@ struct kapParameterBlocks {
         return bytes;
     }
 
+    // -- Copies of whole blocks --
+    //
+    // A sealed tree lies in one block in the order of a walk, and so does every copy made of it
+    // while its shape stays as sealed (pristine): a deep copy copies the bytes of the block, then
+    // walks the copy once to relink it (parents, child arrays, counts on texts and unpinned
+    // declarations, vectors of more than three components).
+
+    // The block `node` lies in, or null.
+    static char* block_of(const kapParameter& node) noexcept {
+        const std::uint32_t units = node.flags_ >> kapParameter::kBlockShift;
+        if (units == 0) return nullptr;
+        return const_cast<char*>(reinterpret_cast<const char*>(&node)) - units * kUnit;
+    }
+
+    // Node kinds whose copy is their bytes plus what relink() does.
+    static bool plain_kind(const kapParameter& p) noexcept {
+        const utTypeID& t = p.ut_dynamic_type();
+        return t == kapParameterNumeric::ut_static_type() ||
+               t == kapParameterEnum::ut_static_type() ||
+               t == kapParameterString::ut_static_type() ||
+               t == kapParameterPath::ut_static_type() || t == kapParameterData::ut_static_type() ||
+               t == kapParameterVector::ut_static_type() ||
+               t == kapParameterRef::ut_static_type() ||
+               t == kapParameterMemberFunction::ut_static_type() ||
+               t == kapParameterError::ut_static_type() || t == kapParameterMap::ut_static_type() ||
+               t == kapParameterList::ut_static_type() ||
+               t == kapParameterSharedList::ut_static_type() ||
+               t == kapParameterArray::ut_static_type() ||
+               t == kapParameterTempArray::ut_static_type();
+    }
+
+    // True when everything below `m` (nodes and child arrays) lies in `block`, of plain kinds;
+    // counts the nodes.
+    static bool inside(const kapParameterMap& m, const char* block, std::size_t bytes,
+                       std::uint32_t& nodes) noexcept {
+        const auto within = [&](const void* p, std::size_t size) {
+            const char* c = static_cast<const char*>(p);
+            return c >= block + sizeof(BlockHead) && c + size <= block + bytes;
+        };
+        for (const kapParameterPtr& c : m.children()) {
+            const kapParameter& n = *c;
+            if (block_of(n) != block || !within(&n, 8) || !plain_kind(n)) {
+                return false;
+            }
+            ++nodes;
+            if (n.flags_ & kapParameter::kMapFlag) {
+                const auto& sub = static_cast<const kapParameterMap&>(n);
+                if (sub.size_ != 0 &&
+                    (!(sub.flags_ & kapParameter::kKidsInBlockFlag) ||
+                     !within(sub.slot_.kids, sub.size_ * sizeof(kapParameterPtr)) ||
+                     !inside(sub, block, bytes, nodes))) {
+                    return false;
+                }
+            }
+        }
+        return true;
+    }
+
+    // Marks a map just sealed whose children fill one block on their own.
+    static void note_block(kapParameterMap& m) noexcept {
+        m.impl_->block_copy = false;
+        if (m.size_ == 0) return;
+        const char* block = block_of(*m.slot_.kids[0]);
+        if (block == nullptr) return;
+        const std::size_t bytes = reinterpret_cast<const BlockHead*>(block)->units * kUnit;
+        std::uint32_t nodes = 0;
+        if (!inside(m, block, bytes, nodes)) return;
+        m.impl_->block_copy = true;
+        reinterpret_cast<BlockHead*>(const_cast<char*>(block))->whole = &m;
+    }
+
+    // The copy of the node at `src` in the copied block, relinked under `parent`.
+    static kapParameter* relink(const kapParameter* src, std::ptrdiff_t delta,
+                                kapParameterMap* parent, std::uint32_t& live) {
+        ++live;
+        auto* n = reinterpret_cast<kapParameter*>(
+            const_cast<char*>(reinterpret_cast<const char*>(src)) + delta);
+        n->refs_ = 1;
+        n->parent_ = parent;
+        if (!(n->flags_ & kapParameter::kPinnedFlag)) ++n->impl_->refs;
+        if (n->flags_ & kapParameter::kTextFlag) {
+            n->slot_.text->refs.fetch_add(1, std::memory_order_relaxed);
+        }
+        if (n->flags_ & kapParameter::kMapFlag) {
+            auto* m = static_cast<kapParameterMap*>(n);
+            m->bindings_ = nullptr;
+            if (m->size_ != 0) {
+                m->slot_.kids = reinterpret_cast<kapParameterPtr*>(
+                    reinterpret_cast<char*>(m->slot_.kids) + delta);
+                relink_children(*m, delta, live);
+            }
+        } else if (n->impl_->vector_size > 3) {
+            auto* v = static_cast<kapParameterVector*>(n);
+            const auto& from = static_cast<const kapParameterVector&>(*src);
+            const auto size = static_cast<std::size_t>(n->impl_->vector_size);
+            v->heap_ = new double[size];
+            std::memcpy(v->heap_, from.heap_, size * sizeof(double));
+        }
+        return n;
+    }
+
+    // Relinks the children of a copied map, whose child array holds the source's handles.
+    static void relink_children(kapParameterMap& m, std::ptrdiff_t delta, std::uint32_t& live) {
+        kapParameterPtr* kids = m.slot_.kids;
+        for (std::uint32_t i = 0; i < m.size_; ++i) {
+            kapParameter* src = kids[i].pointer();
+            new (kids + i) kapParameterPtr();  // the array was copied bit by bit
+            kapParameter* n = relink(src, delta, &m, live);
+            reinterpret_cast<kapParameter**>(kids)[i] = n;
+        }
+    }
+
+    // Deep copy of the children of `o` into `dst`, still empty, by copying their block; false
+    // (nothing done) when they do not fill a block of their own.
+    static bool copy_block(kapParameterMap& dst, const kapParameterMap& o) {
+        if (!(o.flags_ & kapParameter::kPristineFlag) || !o.impl_->block_copy) return false;
+        const char* block = block_of(*o.slot_.kids[0]);
+        if (block == nullptr || reinterpret_cast<const BlockHead*>(block)->whole != &o) {
+            return false;
+        }
+        const std::size_t bytes = reinterpret_cast<const BlockHead*>(block)->units * kUnit;
+        char* copy = static_cast<char*>(::operator new(bytes));
+        std::memcpy(copy, block, bytes);
+        const std::ptrdiff_t delta = copy - block;
+        dst.reserve_kids(o.size_);
+        std::uint32_t live = 0;
+        for (std::uint32_t i = 0; i < o.size_; ++i) {
+            kapParameter* n = relink(o.slot_.kids[i].pointer(), delta, &dst, live);
+            new (dst.slot_.kids + i) kapParameterPtr();
+            reinterpret_cast<kapParameter**>(dst.slot_.kids)[i] = n;
+            ++dst.size_;
+        }
+        auto* head = reinterpret_cast<BlockHead*>(copy);
+        head->live = live;
+        head->whole = &dst;
+        return true;
+    }
+
     // The child of `m` named `q` (or with that legacy key).
     static kapParameter* child_named(const kapParameterMap& m, const FoldedName& q) noexcept {
         const kapParameterPtr* kids = m.slot_.kids;
@@ -195,7 +333,9 @@ void kapParameterMap::copy_children_from(const kapParameterMap& o) {
         attach_impl(o.impl_);
     }
     const std::uint32_t n = o.size_;
-    if (n != 0) {
+    if (n != 0 && was_empty && t_new.arena == nullptr && kapParameterBlocks::copy_block(*this, o)) {
+        kap_structure_changed();
+    } else if (n != 0) {
         // The outermost copy opens a block sized for the whole subtree; the copies of maps
         // below fill the same block.
         Arena arena;
@@ -454,6 +594,7 @@ void kapParameterMap::seal() {
     const std::uint32_t kept = flags_ & (kExactIndexFlag | kPristineFlag);
     copy_children_from(former);
     flags_ |= kept;
+    kapParameterBlocks::note_block(*this);
 }
 
 void kapParameterMap::seal_tree() {

@@ -70,6 +70,7 @@ class kapParameterMap : public kapParameter {
     // on first evaluation; a copy starts without).
     mutable kapBindingSet* bindings_ = nullptr;
     friend struct kapParameterBinding;
+    friend struct kapParameterBlocks;
 };
 
 // Sequences: children addressed by index "[i]" (and by name, when they have one).
