@@ -5,70 +5,6 @@
 #include <new>
 
 #include "kapEvalHooks.h"
-#include "kapExprRun.h"
-
-// The bindings kept by one map: an array of bound forms, most recently bound last.
-struct kapBindingSet {
-    std::uint32_t size = 0;
-    std::uint32_t cap = 0;
-    kapBoundExpr** items = nullptr;
-};
-
-// Reads nodes and maps for the bindings.
-struct kapParameterBinding {
-    // What a bound node holds, decided when it is bound (a node keeps its kind).
-    static constexpr std::uint8_t kOther = 0, kNumber = 1, kState = 2, kText = 3;
-
-    static std::uint8_t kind_of(const kapParameter& p) {
-        switch (p.type()) {
-            case kapParameterType::numeric:
-                return kNumber;
-            case kapParameterType::enumeration:
-                return kState;
-            case kapParameterType::string:
-                return kText;
-            default:
-                return kOther;
-        }
-    }
-
-    // The plain value of a bound node in one step, as kapExprScope::read gives it for the tree;
-    // false for anything else (an expression, a callback on reading, a text its kind cannot
-    // hold), which the general way answers.
-    [[gnu::always_inline]] static bool read(const kapBoundExpr::Name& n, kapExprScalar& out) {
-        const kapParameter* p = n.node;
-        switch (n.kind) {
-            case kNumber:
-                if ((p->flags_ & kapParameter::kTextFlag) || p->impl_->onread != nullptr) {
-                    return false;
-                }
-                out.is_text = false;
-                out.number = p->slot_.number;
-                return true;
-            case kState: {
-                if ((p->flags_ & kapParameter::kTextFlag) || p->impl_->onread != nullptr) {
-                    return false;
-                }
-                const auto s = static_cast<std::size_t>(p->slot_.integer);
-                out.is_text = true;
-                out.text = p->impl_->states[s].key;
-                return true;
-            }
-            case kText: {
-                if (p->impl_->onread != nullptr) return false;
-                const kapValueText* t = p->extra();
-                if (t != nullptr && t->is_expr) return false;
-                out.is_text = true;
-                out.text = t != nullptr ? std::string_view(t->text) : std::string_view();
-                return true;
-            }
-            default:
-                return false;
-        }
-    }
-
-    static kapBindingSet*& set_of(const kapParameterMap& m) noexcept { return m.bindings_; }
-};
 
 namespace {
 
@@ -141,17 +77,9 @@ void bind_names(const kapParameterMap& level, kapBoundExpr& b, std::uint64_t now
     b.answer = 0;
 }
 
-struct BoundReader {
-    const kapBoundExpr::Name* names;
-    [[gnu::always_inline]] bool name(std::uint32_t i, kapExprScalar& out) const {
-        return B::read(names[i], out);
-    }
-    static int active(std::uint32_t) { return kap_run_general; }
-};
-
 }  // namespace
 
-kapBoundExpr& kap_bind(const kapParameterMap& level, const kapExprCompiled& compiled) {
+kapBoundExpr& kap_bind_slow(const kapParameterMap& level, const kapExprCompiled& compiled) {
     const std::uint64_t now = g_kap_structure_epoch.load(std::memory_order_relaxed);
     kapBindingSet*& set = B::set_of(level);
     if (set == nullptr) set = new kapBindingSet();
@@ -179,11 +107,6 @@ kapBoundExpr& kap_bind(const kapParameterMap& level, const kapExprCompiled& comp
     bind_names(level, *b, now);
     set->items[set->size++] = b;
     return *b;
-}
-
-int kap_run_bound(const kapBoundExpr& b, bool as_bool, double& number, bool& truth) {
-    if (!b.runs) return kap_fast_general;
-    return kapExprRunner::run(*b.compiled, BoundReader{b.names()}, as_bool, number, truth);
 }
 
 void kap_drop_bindings(kapBindingSet* set) noexcept {

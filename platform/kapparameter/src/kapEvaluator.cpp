@@ -723,20 +723,15 @@ bool kap_eval_active(const kapParameter& par) {
 
 double kap_eval_number(const kapParameter& par) {
     if (par.is_expr()) {
+        // A form kept for the process reads the nodes its names are bound to, from the map they
+        // are looked for from; the bound program reads plain values only and nests nothing.
+        double x = 0.0;
+        if (kap_bound_number(par, x)) return x;
         unsure();
+        bool unused;
         const Nested nested;
         std::shared_ptr<const kapExprCompiled> held;
         const kapExprCompiled* compiled = compiled_value(*par.extra(), held);
-        double x = 0.0;
-        bool unused;
-        // A form kept for the process reads the nodes its names are bound to, from the map
-        // they are looked for from.
-        const kapParameterMap* level = par.parent();
-        if (level == nullptr && par.is_map()) level = static_cast<const kapParameterMap*>(&par);
-        if (held == nullptr && level != nullptr) {
-            const int end = kap_run_bound(kap_bind(*level, *compiled), false, x, unused);
-            if (end != kap_fast_general) return end == kap_fast_done ? x : 0.0;
-        }
         const kapTreeScope scope(&par, /*inside=*/false, held == nullptr ? compiled : nullptr);
         // The quick way reads only plain values: it cannot come back to this parameter.
         if (!compiled->uses_active()) {
