@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <memory>
 
 #include "kappar/kapSchema.h"
 #include "kapparameter/kapParameter.h"
@@ -131,6 +132,25 @@ TEST(BoundRead, ACopyReadsItsOwnNodes) {
     at(source, "Mode").set_string("off");
     expect_reads(source, {0.2, 1.1, false}, "source");
     expect_reads(copy, {6, 4, false}, "copy after the source changed");
+}
+
+TEST(BoundRead, ACopyOfAChangedTreeIsWholeAndItsOwn) {
+    auto source = std::make_unique<kapParameterRoot>("bound", 1, "");
+    source->copy_children_from(prototype());
+    // Nodes added after the tree was laid out, a child array that grew, a node gone, a text.
+    for (const char* name : {"A", "B", "C", "D", "E"}) {
+        map_at(*source, "Group.Inner").add(name, number(1));
+    }
+    EXPECT_TRUE(source->remove("Mode"));
+    at(*source, "Group.Inner.Near").set_string("3*Tolerance");
+    kapParameterRoot c(*source);
+    EXPECT_TRUE(c.is_equal(*source));
+    source.reset();  // the copy shares no node with its source
+    EXPECT_EQ(map_at(c, "Group.Inner").size(), 8u);
+    EXPECT_EQ(c.find_node("Mode"), nullptr);
+    EXPECT_DOUBLE_EQ(at(c, "Group.Inner.Near").get_double(), 0.3);
+    at(c, "Group.Inner.E").set_double(2);
+    EXPECT_DOUBLE_EQ(at(c, "Group.Inner.E").get_double(), 2);
 }
 
 }  // namespace

@@ -95,23 +95,39 @@ struct kapParameterBlocks {
 
     // Marks a map just sealed whose children fill one block on their own.
     static void note_block(kapParameterMap& m) noexcept {
-        m.impl_->block_copy = false;
         if (m.size_ == 0) return;
         const char* block = block_of(*m.slot_.kids[0]);
         if (block == nullptr) return;
         const std::size_t bytes = reinterpret_cast<const BlockHead*>(block)->units * kUnit;
         std::uint32_t nodes = 0;
         if (!inside(m, block, bytes, nodes)) return;
-        m.impl_->block_copy = true;
         reinterpret_cast<BlockHead*>(const_cast<char*>(block))->whole = &m;
     }
 
-    // The copy of the node at `src` in the copied block, relinked under `parent`.
-    static kapParameter* relink(const kapParameter* src, std::ptrdiff_t delta,
-                                kapParameterMap* parent, std::uint32_t& live) {
-        ++live;
+    // A block being copied: where it lies, where its copy lies, and the nodes relinked.
+    struct BlockCopy {
+        const char* from;
+        std::size_t bytes;
+        std::ptrdiff_t delta;
+        std::uint32_t live = 0;
+        bool holds(const void* p) const noexcept {
+            const char* c = static_cast<const char*>(p);
+            return c >= from + sizeof(BlockHead) && c < from + bytes;
+        }
+    };
+
+    // The copy of `src` under `parent`: its bytes in the copied block relinked, or, for a node
+    // added after the block was made (it lies elsewhere), a deep copy of its own.
+    static kapParameter* relink(const kapParameter* src, BlockCopy& b, kapParameterMap* parent) {
+        if (block_of(*src) != b.from) {
+            kapParameter* c = src->create_new();
+            c->parent_ = parent;
+            c->add_ref();  // the handle the caller stores (the copy may hold counts of its own)
+            return c;
+        }
+        ++b.live;
         auto* n = reinterpret_cast<kapParameter*>(
-            const_cast<char*>(reinterpret_cast<const char*>(src)) + delta);
+            const_cast<char*>(reinterpret_cast<const char*>(src)) + b.delta);
         n->refs_ = 1;
         n->parent_ = parent;
         if (!(n->flags_ & kapParameter::kPinnedFlag)) ++n->impl_->refs;
@@ -121,11 +137,24 @@ struct kapParameterBlocks {
         if (n->flags_ & kapParameter::kMapFlag) {
             auto* m = static_cast<kapParameterMap*>(n);
             m->bindings_ = nullptr;
-            if (m->size_ != 0) {
+            const auto& from = static_cast<const kapParameterMap&>(*src);
+            if ((m->flags_ & kapParameter::kKidsInBlockFlag) && b.holds(from.slot_.kids)) {
                 m->slot_.kids = reinterpret_cast<kapParameterPtr*>(
-                    reinterpret_cast<char*>(m->slot_.kids) + delta);
-                relink_children(*m, delta, live);
+                    reinterpret_cast<char*>(m->slot_.kids) + b.delta);
+            } else {
+                // A child array that grew out of the block: the copy gets one of its own.
+                m->flags_ &= ~kapParameter::kKidsInBlockFlag;
+                m->cap_ = m->size_;
+                m->slot_.kids = nullptr;
+                if (m->size_ != 0) {
+                    m->slot_.kids = static_cast<kapParameterPtr*>(
+                        ::operator new(m->size_ * sizeof(kapParameterPtr)));
+                    std::memcpy(static_cast<void*>(m->slot_.kids),
+                                static_cast<const void*>(from.slot_.kids),
+                                m->size_ * sizeof(kapParameterPtr));
+                }
             }
+            relink_children(*m, b);
         } else if (n->impl_->vector_size > 3) {
             auto* v = static_cast<kapParameterVector*>(n);
             const auto& from = static_cast<const kapParameterVector&>(*src);
@@ -137,20 +166,19 @@ struct kapParameterBlocks {
     }
 
     // Relinks the children of a copied map, whose child array holds the source's handles.
-    static void relink_children(kapParameterMap& m, std::ptrdiff_t delta, std::uint32_t& live) {
+    static void relink_children(kapParameterMap& m, BlockCopy& b) {
         kapParameterPtr* kids = m.slot_.kids;
         for (std::uint32_t i = 0; i < m.size_; ++i) {
             kapParameter* src = kids[i].pointer();
             new (kids + i) kapParameterPtr();  // the array was copied bit by bit
-            kapParameter* n = relink(src, delta, &m, live);
-            reinterpret_cast<kapParameter**>(kids)[i] = n;
+            reinterpret_cast<kapParameter**>(kids)[i] = relink(src, b, &m);
         }
     }
 
-    // Deep copy of the children of `o` into `dst`, still empty, by copying their block; false
-    // (nothing done) when they do not fill a block of their own.
+    // Deep copy of the children of `o` into `dst`, still empty, by copying the block they were
+    // laid out in as a whole (by sealing, or by such a copy); false (nothing done) when they
+    // were not.
     static bool copy_block(kapParameterMap& dst, const kapParameterMap& o) {
-        if (!(o.flags_ & kapParameter::kPristineFlag) || !o.impl_->block_copy) return false;
         const char* block = block_of(*o.slot_.kids[0]);
         if (block == nullptr || reinterpret_cast<const BlockHead*>(block)->whole != &o) {
             return false;
@@ -158,18 +186,19 @@ struct kapParameterBlocks {
         const std::size_t bytes = reinterpret_cast<const BlockHead*>(block)->units * kUnit;
         char* copy = static_cast<char*>(::operator new(bytes));
         std::memcpy(copy, block, bytes);
-        const std::ptrdiff_t delta = copy - block;
+        auto* head = reinterpret_cast<BlockHead*>(copy);
+        head->live = 1;  // while the copy runs
+        BlockCopy b{block, bytes, copy - block};
         dst.reserve_kids(o.size_);
-        std::uint32_t live = 0;
         for (std::uint32_t i = 0; i < o.size_; ++i) {
-            kapParameter* n = relink(o.slot_.kids[i].pointer(), delta, &dst, live);
+            kapParameter* n = relink(o.slot_.kids[i].pointer(), b, &dst);
             new (dst.slot_.kids + i) kapParameterPtr();
             reinterpret_cast<kapParameter**>(dst.slot_.kids)[i] = n;
             ++dst.size_;
         }
-        auto* head = reinterpret_cast<BlockHead*>(copy);
-        head->live = live;
+        head->live = b.live + 1;
         head->whole = &dst;
+        block_release(copy);
         return true;
     }
 

@@ -16,8 +16,23 @@ namespace {
 
 // The live roots by object id: open addressing over ids (never 0), deletion by shifting back,
 // so that registering a root allocates only when the table grows.
+// A lock held for a few instructions: taken by every construction and destruction of a root.
+class SpinLock {
+  public:
+    void lock() noexcept {
+        while (flag_.test_and_set(std::memory_order_acquire)) {
+            while (flag_.test(std::memory_order_relaxed)) {
+            }
+        }
+    }
+    void unlock() noexcept { flag_.clear(std::memory_order_release); }
+
+  private:
+    std::atomic_flag flag_;
+};
+
 struct Registry {
-    std::mutex mutex;
+    SpinLock mutex;
     struct Slot {
         std::uint64_t id = 0;
         kapParameterRoot* root = nullptr;
@@ -118,7 +133,7 @@ kapParameterRoot& kapParameterRoot::operator=(const kapParameterRoot& o) {
 void kapParameterRoot::register_self() {
     kap_activity_changed();
     auto& r = registry();
-    std::lock_guard<std::mutex> lock(r.mutex);
+    std::lock_guard<SpinLock> lock(r.mutex);
     id_ = kapObjectId{r.next++};
     r.put(id_.value, this);
 }
@@ -126,14 +141,14 @@ void kapParameterRoot::register_self() {
 kapParameterRoot::~kapParameterRoot() {
     kap_activity_changed();
     auto& r = registry();
-    std::lock_guard<std::mutex> lock(r.mutex);
+    std::lock_guard<SpinLock> lock(r.mutex);
     r.erase(id_.value);
 }
 
 kapParameterRoot* kapParameterRoot::find_root(kapObjectId id) noexcept {
     if (id.empty()) return nullptr;
     auto& r = registry();
-    std::lock_guard<std::mutex> lock(r.mutex);
+    std::lock_guard<SpinLock> lock(r.mutex);
     return r.find(id.value);
 }
 

@@ -64,9 +64,6 @@ struct kapParameterImpl {
     std::vector<std::uint64_t> index_names;
     // Sealed maps: the bytes a deep copy of the children takes (0: not known).
     std::size_t copy_bytes = 0;
-    // Sealed maps: the children lie with everything below them in one block of the framework's
-    // own kinds of node, so a deep copy of a pristine tree copies the block and relinks it.
-    bool block_copy = false;
 
     // Count of owners; a pinned declaration belongs to a process-wide prototype and is never
     // counted nor freed.
