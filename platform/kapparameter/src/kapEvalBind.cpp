@@ -1,7 +1,6 @@
 // Compiled expressions bound to the nodes of a tree (see kapEvalBind.h).
 #include "kapEvalBind.h"
 
-#include <cstring>
 #include <new>
 
 #include "kapEvalHooks.h"
@@ -79,39 +78,64 @@ void bind_names(const kapParameterMap& level, kapBoundExpr& b, std::uint64_t now
 
 }  // namespace
 
+namespace {
+
+std::size_t slot_of(const kapExprCompiled* c, std::uint32_t cap) noexcept {
+    const auto at = reinterpret_cast<std::uintptr_t>(c);
+    return static_cast<std::size_t>(((at >> 4) * 0x9E3779B97F4A7C15ull) >> 40) & (cap - 1);
+}
+
+void place(kapBindingSet& set, kapBoundExpr* b) noexcept {
+    std::size_t i = slot_of(b->compiled, set.cap);
+    while (set.items[i] != nullptr) {
+        i = (i + 1) & (set.cap - 1);
+    }
+    set.items[i] = b;
+}
+
+}  // namespace
+
 kapBoundExpr& kap_bind_slow(const kapParameterMap& level, const kapExprCompiled& compiled) {
     const std::uint64_t now = g_kap_structure_epoch.load(std::memory_order_relaxed);
     kapBindingSet*& set = B::set_of(level);
     if (set == nullptr) set = new kapBindingSet();
-    for (std::uint32_t i = set->size; i-- > 0;) {
-        kapBoundExpr* b = set->items[i];
-        if (b->compiled != &compiled) continue;
-        if (b->structure != now) {
-            if (b->size != compiled.names().size()) {
-                ::operator delete(b);
-                b = set->items[i] = make_bound(compiled);
+    if (set->cap != 0) {
+        for (std::size_t i = slot_of(&compiled, set->cap); set->items[i] != nullptr;
+             i = (i + 1) & (set->cap - 1)) {
+            kapBoundExpr* b = set->items[i];
+            if (b->compiled != &compiled) continue;
+            if (b->structure != now) {
+                if (b->size != compiled.names().size()) {
+                    ::operator delete(b);
+                    b = set->items[i] = make_bound(compiled);
+                }
+                bind_names(level, *b, now);
             }
-            bind_names(level, *b, now);
+            set->last = b;
+            return *b;
         }
-        return *b;
     }
-    if (set->size == set->cap) {
-        const std::uint32_t cap = set->cap < 4 ? 4 : set->cap * 2;
-        auto** items = new kapBoundExpr*[cap];
-        if (set->size != 0) std::memcpy(items, set->items, set->size * sizeof(kapBoundExpr*));
-        delete[] set->items;
-        set->items = items;
-        set->cap = cap;
+    if ((set->size + 1) * 2 > set->cap) {
+        const std::uint32_t old_cap = set->cap;
+        kapBoundExpr** old = set->items;
+        set->cap = old_cap < 8 ? 8 : old_cap * 2;
+        set->items = new kapBoundExpr*[set->cap]();
+        for (std::uint32_t i = 0; i < old_cap; ++i) {
+            if (old[i] != nullptr) place(*set, old[i]);
+        }
+        delete[] old;
     }
     kapBoundExpr* b = make_bound(compiled);
     bind_names(level, *b, now);
-    set->items[set->size++] = b;
+    place(*set, b);
+    ++set->size;
+    set->last = b;
     return *b;
 }
 
 void kap_drop_bindings(kapBindingSet* set) noexcept {
     if (set == nullptr) return;
-    for (std::uint32_t i = 0; i < set->size; ++i) {
+    for (std::uint32_t i = 0; i < set->cap; ++i) {
         ::operator delete(set->items[i]);
     }
     delete[] set->items;

@@ -38,9 +38,10 @@ struct kapBoundExpr {
 
 // The bindings kept by one map: an array of bound forms, most recently bound last.
 struct kapBindingSet {
+    kapBoundExpr* last = nullptr;  // the form asked for last
     std::uint32_t size = 0;
-    std::uint32_t cap = 0;
-    kapBoundExpr** items = nullptr;
+    std::uint32_t cap = 0;           // slots: a power of two, at most half of them used
+    kapBoundExpr** items = nullptr;  // open addressing by the compiled form's address
 };
 
 // Reads nodes and maps for the bindings.
@@ -102,10 +103,10 @@ struct kapParameterBinding {
 // The binding of `compiled` from `level`, bound again when the structure changed since.
 kapBoundExpr& kap_bind_slow(const kapParameterMap& level, const kapExprCompiled& compiled);
 inline kapBoundExpr& kap_bind(const kapParameterMap& level, const kapExprCompiled& compiled) {
-    // The form bound last from a map is the one most often asked again.
+    // The form asked for last from a map is the one most often asked again.
     const kapBindingSet* set = kapParameterBinding::set_of(level);
-    if (set != nullptr && set->size != 0) {
-        kapBoundExpr* b = set->items[set->size - 1];
+    if (set != nullptr && set->last != nullptr) {
+        kapBoundExpr* b = set->last;
         if (b->compiled == &compiled &&
             b->structure == g_kap_structure_epoch.load(std::memory_order_relaxed)) {
             return *b;

@@ -32,8 +32,9 @@ inline void kap_activity_changed() noexcept {
 
 // Compiled expressions bind their names to the nodes they resolve to (kapEvalBind.h) and keep
 // the binding while this counter stands. It moves on whatever could make a name resolve to
-// another node: a map gaining, losing or replacing a child, a map going, a declaration changing
-// (names, legacy keys). Each step moves the activity counter as well.
+// another node: a map gaining, losing or replacing a child, a map going, a node taking another
+// declaration, a name or legacy key changing, an activity condition replaced (its compiled form
+// may go). Each step moves the activity counter as well.
 inline std::atomic<std::uint64_t> g_kap_structure_epoch{1};
 inline void kap_structure_changed() noexcept {
     g_kap_structure_epoch.store(g_kap_structure_epoch.load(std::memory_order_relaxed) + 1,

@@ -245,7 +245,7 @@ void kapParameter::destroy_owned() const noexcept {
 }
 
 kapParameterImpl& kapParameter::mut_impl() {
-    kap_structure_changed();
+    kap_activity_changed();
     if ((flags_ & kPinnedFlag) || impl_->refs > 1) {
         auto* copy = new kapParameterImpl(*impl_);
         release_impl();
@@ -281,12 +281,14 @@ void kapParameter::set_impl(const kapParameterImplPtr& impl) {
 
 void kapParameter::set_name(const utString& name) {
     if (impl_->name == name) return;
+    kap_structure_changed();  // names may now lead here, or elsewhere
     mut_impl().name = name;
     // The parent's index no longer lists this child under its name.
     if (parent_ != nullptr) parent_->flags_ &= ~kExactIndexFlag;
 }
 void kapParameter::set_legacy_key(const utString& key) {
     if (impl_->legacy == key) return;
+    kap_structure_changed();
     mut_impl().legacy = key;
     if (parent_ != nullptr) parent_->flags_ &= ~kExactIndexFlag;
 }
@@ -300,6 +302,7 @@ void kapParameter::set_group_name(const utString& group) {
     mut_impl().group = group;
 }
 void kapParameter::set_active(const utString& expression) {
+    kap_structure_changed();  // the compiled condition bound under this node's parent goes
     auto& impl = mut_impl();
     impl.active = expression;
     impl.active_expr.reset();
