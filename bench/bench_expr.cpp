@@ -52,7 +52,11 @@ struct DefaultTree {
 const kapParameterRoot& default_prototype() {
     static const kapParameterRoot* proto = [] {
         static constexpr kapDeclRow rows[] = {
-            {.path = "Tolerance", .label = "Tolerance", .dim = kapDimLength, .def = "0.1"},
+            {.path = "Tolerance",
+             .label = "Tolerance",
+             .dim = kapDimLength,
+             .def = "0.1",
+             .def_inch = "0.1"},
             {.path = "Stock", .label = "Stock", .kind = kapDeclKind::map},
             {.path = "Stock.Allowance", .label = "Allowance", .kind = kapDeclKind::map},
             {.path = "Stock.Allowance.Thickness",
@@ -61,7 +65,7 @@ const kapParameterRoot& default_prototype() {
              .def = "max(0.3;2*Rootpar.Tolerance)"},
         };
         auto* root = new kapParameterRoot("benchexpr", 1, "");
-        kap_declare(root, rows, "Bench");
+        bench_declare(root, rows);
         root->seal();
         return root;
     }();
@@ -155,7 +159,7 @@ const kapParameterRoot& workload_prototype(bool with_active) {
     const kapParameterRoot*& proto = protos[with_active ? 1 : 0];
     if (proto == nullptr) {
         auto* root = new kapParameterRoot(with_active ? "benchactive" : "benchplain", 1, "");
-        kap_declare(root, bench_schema(with_active).rows, "Bench");
+        bench_declare(root, bench_schema(with_active).rows);
         root->seal();
         proto = root;
     }

@@ -90,7 +90,7 @@ void write_ours() {
 const kapParameterRoot& declared() {
     static const kapParameterRoot* proto = [] {
         auto* root = new kapParameterRoot("toolpath", 29, "Raster 1");
-        kap_declare(root, bench_schema(false).rows, "Bench");
+        bench_declare(root, bench_schema(false).rows);
         root->seal();
         return root;
     }();

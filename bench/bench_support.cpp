@@ -1,5 +1,6 @@
 #include "bench_support.h"
 
+#include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <new>
@@ -146,6 +147,7 @@ const BenchSchema& bench_schema(bool with_active) {
         if (p.kind == "double") {
             r.kind = kapDeclKind::real;
             r.dim = kapDimLength;
+            r.def_inch = r.def;  // a length declares both defaults
             r.range = kapDeclNonNegative;
         } else if (p.kind == "int") {
             r.kind = kapDeclKind::integer;
@@ -179,4 +181,13 @@ const BenchSchema& bench_schema(bool with_active) {
         s.rows.push_back(r);
     }
     return s;
+}
+
+void bench_declare(kapParameterRoot* root, std::span<const kapDeclRow> rows) {
+    utString failed, reason;
+    if (!kap_declare(root, rows, "Bench", &failed, &reason)) {
+        std::fprintf(stderr, "kappar_bench: row %s not declared: %s\n", failed.c_str(),
+                     reason.c_str());
+        std::abort();
+    }
 }

@@ -42,6 +42,10 @@ struct BenchSchema {
 };
 const BenchSchema& bench_schema(bool with_active);
 
+// Declares `rows` under `root` (group "Bench"); a row refused stops the suite with its reason,
+// so that no figure is measured on a tree cut short.
+void bench_declare(kapParameterRoot* root, std::span<const kapDeclRow> rows);
+
 // Live heap bytes, counted by the replaced global operator new / delete of the benchmark binary.
 std::size_t bench_live_bytes() noexcept;
 

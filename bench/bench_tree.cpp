@@ -20,7 +20,7 @@ namespace {
 const kapParameterRoot& prototype() {
     static const kapParameterRoot* proto = [] {
         auto* root = new kapParameterRoot("bench", 1, "");
-        kap_declare(root, bench_schema(false).rows, "Bench");
+        bench_declare(root, bench_schema(false).rows);
         root->seal();
         return root;
     }();

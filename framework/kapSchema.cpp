@@ -354,7 +354,7 @@ void check_node(const kapParameter& node, std::vector<utString>& problems) {
 
 struct Reports {
     std::mutex mutex;
-    std::set<std::pair<std::string, int>> checked;  // (kind, unit system)
+    std::set<std::string, std::less<>> checked[2];  // kinds, by unit system
     std::map<std::string, std::vector<utString>, std::less<>> problems;
 };
 Reports& reports() {
@@ -379,11 +379,25 @@ void kap_check_schema(const kapParameterRoot& root, std::vector<utString>& probl
 
 void kap_check_declared(const kapParameterRoot& entity,
                         std::span<const std::string_view> named_paths) {
-    const std::string kind(entity.get_root_type());
+    const std::string& kind = entity.get_root_type();
+    const int units = kapUnitsUtils::get_units() == 0 ? 0 : 1;
+    // Kinds checked stay checked: each thread remembers the last few it was told of.
+    struct Seen {
+        std::string kind;
+        int units = -1;
+    };
+    thread_local Seen seen[8];
+    thread_local unsigned next = 0;
+    for (const Seen& s : seen) {
+        if (s.units == units && s.kind == kind) return;
+    }
+    seen[next++ % 8] = Seen{kind, units};
     {
         Reports& r = reports();
         const std::lock_guard<std::mutex> lock(r.mutex);
-        if (!r.checked.emplace(kind, kapUnitsUtils::get_units() == 0 ? 0 : 1).second) return;
+        auto& checked = r.checked[units];
+        if (checked.find(std::string_view(kind)) != checked.end()) return;
+        checked.insert(kind);
     }
     std::vector<utString> problems;
     kap_check_schema(entity, problems, named_paths);

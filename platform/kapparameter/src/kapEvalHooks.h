@@ -30,6 +30,18 @@ inline void kap_activity_changed() noexcept {
                                std::memory_order_relaxed);
 }
 
+// Compiled expressions bind their names to the nodes they resolve to (kapEvalBind.h) and keep
+// the binding while this counter stands. It moves on whatever could make a name resolve to
+// another node: a map gaining, losing or replacing a child, a map going, a node taking another
+// declaration, a name or legacy key changing, an activity condition replaced (its compiled form
+// may go). Each step moves the activity counter as well.
+inline std::atomic<std::uint64_t> g_kap_structure_epoch{1};
+inline void kap_structure_changed() noexcept {
+    g_kap_structure_epoch.store(g_kap_structure_epoch.load(std::memory_order_relaxed) + 1,
+                                std::memory_order_relaxed);
+    kap_activity_changed();
+}
+
 // What an evaluation on this thread did that a remembered answer cannot stand for.
 // `depth`: evaluations under way (an activity asked from inside one is answered afresh, as it
 // may meet the nodes being evaluated). `unsure`: counts every step whose result reads more than

@@ -10,6 +10,7 @@
 #include <string>
 #include <unordered_map>
 
+#include "kapEvalBind.h"
 #include "kapEvalHooks.h"
 #include "kapparameter/kapExpr.h"
 
@@ -656,30 +657,6 @@ kapParameterPtr kapEvaluator::evaluate(const utString& text) const {
 
 namespace {
 
-// Answers of activity conditions on this thread. A condition of a node with a parent reads its
-// names from the parent outward, so its answer depends on the condition and the parent alone:
-// the siblings under one map share it. Each answer holds the change count it was made at and
-// is valid while the count stands. Sets of four found by the pair's address; 1024 answers
-// (24 KiB): a large entity has about as many pairs of map and condition.
-struct ActivityMemo {
-    const kapParameter* scope = nullptr;
-    const kapExprCompiled* condition = nullptr;
-    std::uint64_t stamp = 0;  // change count * 2 + answer
-};
-constexpr int kActivityMemoWays = 4;
-constexpr int kActivityMemoSetBits = 8;
-struct ActivityMemoSet {
-    ActivityMemo way[kActivityMemoWays];
-};
-__attribute__((tls_model("initial-exec"))) thread_local ActivityMemoSet
-    t_activity_memo[std::size_t{1} << kActivityMemoSetBits];
-
-ActivityMemoSet& activity_set(const kapParameter* scope, const kapExprCompiled* condition) {
-    std::uint64_t h = reinterpret_cast<std::uintptr_t>(scope) * 0x9E3779B97F4A7C15ull;
-    h ^= reinterpret_cast<std::uintptr_t>(condition) * 0xC2B2AE3D27D4EB4Full;
-    return t_activity_memo[h >> (64 - kActivityMemoSetBits)];
-}
-
 bool evaluate_active(const kapParameter& par, const kapExprCompiled* compiled, bool lasting) {
     const Nested nested;
     // A pinned declaration keeps its compiled condition for the life of the process.
@@ -711,47 +688,51 @@ bool kap_eval_active(const kapParameter& par) {
     }
     if (!compiled->ok()) return true;  // a broken condition hides nothing
     const bool lasting = impl.pinned && held == nullptr;
-    // Remembered: conditions held by their declaration, of a node with a parent, asked outside
-    // any other evaluation (one under way may meet the nodes it is evaluating, which answer
-    // differently there), when the answer read only values and the tree's shape.
-    const kapParameter* parent = par.parent();
+    // Remembered with the condition's binding in the parent (the siblings under one map share
+    // it): conditions held by their declaration, of a node with a parent, asked outside any
+    // other evaluation (one under way may meet the nodes it is evaluating, which answer
+    // differently there), when the answer read only values and the tree's shape. An answer holds
+    // the change count it was made at and stands while the count does.
+    const kapParameterMap* parent = par.parent();
     if (held != nullptr || parent == nullptr || t_kap_eval_trace.depth != 0) {
         return evaluate_active(par, compiled, lasting);
     }
+    kapBoundExpr& bound = kap_bind(*parent, *compiled);
     const std::uint64_t epoch = g_kap_activity_epoch.load(std::memory_order_relaxed);
-    ActivityMemoSet& set = activity_set(parent, compiled);
-    int last = kActivityMemoWays - 1;
-    for (int k = 0; k < kActivityMemoWays; ++k) {
-        const ActivityMemo& m = set.way[k];
-        if (m.scope == parent && m.condition == compiled) {
-            if ((m.stamp >> 1) == epoch) return (m.stamp & 1) != 0;
-            last = k;
-            break;
-        }
-    }
+    if ((bound.answer >> 1) == epoch) return (bound.answer & 1) != 0;
     const std::uint32_t unsure_before = t_kap_eval_trace.unsure;
-    const bool active = evaluate_active(par, compiled, lasting);
+    bool active = true;
+    double unused;
+    switch (kap_run_bound(bound, true, unused, active)) {
+        case kap_fast_done:
+            break;
+        case kap_fast_error:
+            active = true;  // an error hides nothing
+            break;
+        default:
+            active = evaluate_active(par, compiled, lasting);
+            break;
+    }
     if (t_kap_eval_trace.unsure != unsure_before ||
         g_kap_activity_epoch.load(std::memory_order_relaxed) != epoch) {
         return active;
     }
-    // Newest first: an older answer of the same pair is dropped, else the oldest one.
-    for (int k = last; k > 0; --k) {
-        set.way[k] = set.way[k - 1];
-    }
-    set.way[0] = ActivityMemo{parent, compiled, epoch * 2 + (active ? 1 : 0)};
+    bound.answer = epoch * 2 + (active ? 1 : 0);
     return active;
 }
 
 double kap_eval_number(const kapParameter& par) {
     if (par.is_expr()) {
+        // A form kept for the process reads the nodes its names are bound to, from the map they
+        // are looked for from; the bound program reads plain values only and nests nothing.
+        double x = 0.0;
+        if (kap_bound_number(par, x)) return x;
         unsure();
+        bool unused;
         const Nested nested;
         std::shared_ptr<const kapExprCompiled> held;
         const kapExprCompiled* compiled = compiled_value(*par.extra(), held);
         const kapTreeScope scope(&par, /*inside=*/false, held == nullptr ? compiled : nullptr);
-        double x = 0.0;
-        bool unused;
         // The quick way reads only plain values: it cannot come back to this parameter.
         if (!compiled->uses_active()) {
             const int quick = compiled->evaluate_quick(scope, false, x, unused);

@@ -15,7 +15,7 @@ void arena_open(Arena& a, std::size_t need) {
     const std::size_t want = std::max({left, need, std::size_t{1024}});
     const std::size_t bytes = std::min(want + sizeof(BlockHead), kMaxBlockBytes);
     char* b = static_cast<char*>(::operator new(bytes));
-    new (b) BlockHead{1, 0};
+    new (b) BlockHead{1, static_cast<std::uint32_t>(bytes / kUnit), nullptr};
     if (a.block != nullptr) block_release(a.block);
     a.block = b;
     a.next = b + sizeof(BlockHead);

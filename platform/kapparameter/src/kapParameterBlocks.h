@@ -16,7 +16,10 @@ namespace kapblocks {
 
 struct BlockHead {
     std::uint32_t live;
-    std::uint32_t unused;
+    std::uint32_t units;  // size of the block in units of kUnit bytes
+    // The map whose children fill the block on their own (with everything below them, in the
+    // order of a walk), or null.
+    const void* whole;
 };
 constexpr std::size_t kUnit = 8;
 constexpr std::size_t kMaxBlockBytes = 65535 * kUnit;  // distances fit 16 bits

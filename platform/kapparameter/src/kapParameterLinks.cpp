@@ -87,7 +87,7 @@ bool kapParameter::link_par(kapParameter* parent) {
     }
     t.insert(this, map);
     g_link_count.fetch_add(1, std::memory_order_relaxed);
-    kap_activity_changed();
+    kap_structure_changed();
     parent_ = map;
     return true;
 }
@@ -98,7 +98,7 @@ bool kapParameter::unlink_par() {
     std::lock_guard<std::mutex> lock(t.mutex);
     if (!t.erase(this)) return false;
     g_link_count.fetch_sub(1, std::memory_order_relaxed);
-    kap_activity_changed();
+    kap_structure_changed();
     parent_ = nullptr;
     return true;
 }
@@ -116,7 +116,7 @@ int kapParameter::unlink_all() {
         kapParameterLinkAccess::clear_parent(*node);
     }
     g_link_count.fetch_sub(gone.size(), std::memory_order_relaxed);
-    if (!gone.empty()) kap_activity_changed();
+    if (!gone.empty()) kap_structure_changed();
     return static_cast<int>(gone.size());
 }
 

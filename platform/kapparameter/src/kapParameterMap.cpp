@@ -6,6 +6,7 @@
 #include <cstring>
 #include <new>
 
+#include "kapEvalBind.h"
 #include "kapEvalHooks.h"
 #include "kapNameFold.h"
 #include "kapParameterBlocks.h"
@@ -32,6 +33,173 @@ struct kapParameterBlocks {
             }
         }
         return bytes;
+    }
+
+    // -- Copies of whole blocks --
+    //
+    // A sealed tree lies in one block in the order of a walk, and so does every copy made of it
+    // while its shape stays as sealed (pristine): a deep copy copies the bytes of the block, then
+    // walks the copy once to relink it (parents, child arrays, counts on texts and unpinned
+    // declarations, vectors of more than three components).
+
+    // The block `node` lies in, or null.
+    static char* block_of(const kapParameter& node) noexcept {
+        const std::uint32_t units = node.flags_ >> kapParameter::kBlockShift;
+        if (units == 0) return nullptr;
+        return const_cast<char*>(reinterpret_cast<const char*>(&node)) - units * kUnit;
+    }
+
+    // Node kinds whose copy is their bytes plus what relink() does.
+    static bool plain_kind(const kapParameter& p) noexcept {
+        const utTypeID& t = p.ut_dynamic_type();
+        return t == kapParameterNumeric::ut_static_type() ||
+               t == kapParameterEnum::ut_static_type() ||
+               t == kapParameterString::ut_static_type() ||
+               t == kapParameterPath::ut_static_type() || t == kapParameterData::ut_static_type() ||
+               t == kapParameterVector::ut_static_type() ||
+               t == kapParameterRef::ut_static_type() ||
+               t == kapParameterMemberFunction::ut_static_type() ||
+               t == kapParameterError::ut_static_type() || t == kapParameterMap::ut_static_type() ||
+               t == kapParameterList::ut_static_type() ||
+               t == kapParameterSharedList::ut_static_type() ||
+               t == kapParameterArray::ut_static_type() ||
+               t == kapParameterTempArray::ut_static_type();
+    }
+
+    // True when everything below `m` (nodes and child arrays) lies in `block`, of plain kinds;
+    // counts the nodes.
+    static bool inside(const kapParameterMap& m, const char* block, std::size_t bytes,
+                       std::uint32_t& nodes) noexcept {
+        const auto within = [&](const void* p, std::size_t size) {
+            const char* c = static_cast<const char*>(p);
+            return c >= block + sizeof(BlockHead) && c + size <= block + bytes;
+        };
+        for (const kapParameterPtr& c : m.children()) {
+            const kapParameter& n = *c;
+            if (block_of(n) != block || !within(&n, 8) || !plain_kind(n)) {
+                return false;
+            }
+            ++nodes;
+            if (n.flags_ & kapParameter::kMapFlag) {
+                const auto& sub = static_cast<const kapParameterMap&>(n);
+                if (sub.size_ != 0 &&
+                    (!(sub.flags_ & kapParameter::kKidsInBlockFlag) ||
+                     !within(sub.slot_.kids, sub.size_ * sizeof(kapParameterPtr)) ||
+                     !inside(sub, block, bytes, nodes))) {
+                    return false;
+                }
+            }
+        }
+        return true;
+    }
+
+    // Marks a map just sealed whose children fill one block on their own.
+    static void note_block(kapParameterMap& m) noexcept {
+        if (m.size_ == 0) return;
+        const char* block = block_of(*m.slot_.kids[0]);
+        if (block == nullptr) return;
+        const std::size_t bytes = reinterpret_cast<const BlockHead*>(block)->units * kUnit;
+        std::uint32_t nodes = 0;
+        if (!inside(m, block, bytes, nodes)) return;
+        reinterpret_cast<BlockHead*>(const_cast<char*>(block))->whole = &m;
+    }
+
+    // A block being copied: where it lies, where its copy lies, and the nodes relinked.
+    struct BlockCopy {
+        const char* from;
+        std::size_t bytes;
+        std::ptrdiff_t delta;
+        std::uint32_t live = 0;
+        bool holds(const void* p) const noexcept {
+            const char* c = static_cast<const char*>(p);
+            return c >= from + sizeof(BlockHead) && c < from + bytes;
+        }
+    };
+
+    // The copy of `src` under `parent`: its bytes in the copied block relinked, or, for a node
+    // added after the block was made (it lies elsewhere), a deep copy of its own.
+    static kapParameter* relink(const kapParameter* src, BlockCopy& b, kapParameterMap* parent) {
+        if (block_of(*src) != b.from) {
+            kapParameter* c = src->create_new();
+            c->parent_ = parent;
+            c->add_ref();  // the handle the caller stores (the copy may hold counts of its own)
+            return c;
+        }
+        ++b.live;
+        auto* n = reinterpret_cast<kapParameter*>(
+            const_cast<char*>(reinterpret_cast<const char*>(src)) + b.delta);
+        n->refs_ = 1;
+        n->parent_ = parent;
+        if (!(n->flags_ & kapParameter::kPinnedFlag)) ++n->impl_->refs;
+        if (n->flags_ & kapParameter::kTextFlag) {
+            n->slot_.text->refs.fetch_add(1, std::memory_order_relaxed);
+        }
+        if (n->flags_ & kapParameter::kMapFlag) {
+            auto* m = static_cast<kapParameterMap*>(n);
+            m->bindings_ = nullptr;
+            const auto& from = static_cast<const kapParameterMap&>(*src);
+            if ((m->flags_ & kapParameter::kKidsInBlockFlag) && b.holds(from.slot_.kids)) {
+                m->slot_.kids = reinterpret_cast<kapParameterPtr*>(
+                    reinterpret_cast<char*>(m->slot_.kids) + b.delta);
+            } else {
+                // A child array that grew out of the block: the copy gets one of its own.
+                m->flags_ &= ~kapParameter::kKidsInBlockFlag;
+                m->cap_ = m->size_;
+                m->slot_.kids = nullptr;
+                if (m->size_ != 0) {
+                    m->slot_.kids = static_cast<kapParameterPtr*>(
+                        ::operator new(m->size_ * sizeof(kapParameterPtr)));
+                    std::memcpy(static_cast<void*>(m->slot_.kids),
+                                static_cast<const void*>(from.slot_.kids),
+                                m->size_ * sizeof(kapParameterPtr));
+                }
+            }
+            relink_children(*m, b);
+        } else if (n->impl_->vector_size > 3) {
+            auto* v = static_cast<kapParameterVector*>(n);
+            const auto& from = static_cast<const kapParameterVector&>(*src);
+            const auto size = static_cast<std::size_t>(n->impl_->vector_size);
+            v->heap_ = new double[size];
+            std::memcpy(v->heap_, from.heap_, size * sizeof(double));
+        }
+        return n;
+    }
+
+    // Relinks the children of a copied map, whose child array holds the source's handles.
+    static void relink_children(kapParameterMap& m, BlockCopy& b) {
+        kapParameterPtr* kids = m.slot_.kids;
+        for (std::uint32_t i = 0; i < m.size_; ++i) {
+            kapParameter* src = kids[i].pointer();
+            new (kids + i) kapParameterPtr();  // the array was copied bit by bit
+            reinterpret_cast<kapParameter**>(kids)[i] = relink(src, b, &m);
+        }
+    }
+
+    // Deep copy of the children of `o` into `dst`, still empty, by copying the block they were
+    // laid out in as a whole (by sealing, or by such a copy); false (nothing done) when they
+    // were not.
+    static bool copy_block(kapParameterMap& dst, const kapParameterMap& o) {
+        const char* block = block_of(*o.slot_.kids[0]);
+        if (block == nullptr || reinterpret_cast<const BlockHead*>(block)->whole != &o) {
+            return false;
+        }
+        const std::size_t bytes = reinterpret_cast<const BlockHead*>(block)->units * kUnit;
+        char* copy = static_cast<char*>(::operator new(bytes));
+        std::memcpy(copy, block, bytes);
+        auto* head = reinterpret_cast<BlockHead*>(copy);
+        head->live = 1;  // while the copy runs
+        BlockCopy b{block, bytes, copy - block};
+        dst.reserve_kids(o.size_);
+        for (std::uint32_t i = 0; i < o.size_; ++i) {
+            kapParameter* n = relink(o.slot_.kids[i].pointer(), b, &dst);
+            new (dst.slot_.kids + i) kapParameterPtr();
+            reinterpret_cast<kapParameter**>(dst.slot_.kids)[i] = n;
+            ++dst.size_;
+        }
+        head->live = b.live + 1;
+        head->whole = &dst;
+        block_release(copy);
+        return true;
     }
 
     // The child of `m` named `q` (or with that legacy key).
@@ -103,7 +271,8 @@ kapParameterMap::kapParameterMap(const kapParameterMap& o) : kapParameter(o) {
 }
 
 kapParameterMap::~kapParameterMap() {
-    kap_activity_changed();
+    kap_structure_changed();
+    kap_drop_bindings(bindings_);
     kap_drop_links_to(this);
     kapParameterPtr* kids = slot_.kids;
     const std::uint32_t n = size_;
@@ -147,14 +316,14 @@ void kapParameterMap::reserve_kids(std::size_t n) {
 }
 
 void kapParameterMap::push_kid(kapParameterPtr&& child) {
-    kap_activity_changed();
+    kap_structure_changed();
     if (size_ == cap_) reserve_kids(cap_ < 4 ? 4 : std::size_t{cap_} * 2);
     new (slot_.kids + size_) kapParameterPtr(std::move(child));
     ++size_;
 }
 
 void kapParameterMap::erase_kid(std::size_t i) noexcept {
-    kap_activity_changed();
+    kap_structure_changed();
     kapParameterPtr gone(std::move(slot_.kids[i]));
     slot_.kids[i].~kapParameterPtr();
     std::memmove(static_cast<void*>(slot_.kids + i), static_cast<const void*>(slot_.kids + i + 1),
@@ -164,7 +333,7 @@ void kapParameterMap::erase_kid(std::size_t i) noexcept {
 }
 
 void kapParameterMap::clear_kids() noexcept {
-    kap_activity_changed();
+    kap_structure_changed();
     const std::uint32_t n = size_;
     size_ = 0;
     for (std::uint32_t i = 0; i < n; ++i) {
@@ -176,7 +345,7 @@ void kapParameterMap::clear_kids() noexcept {
 }
 
 void kapParameterMap::touch_structure() noexcept {
-    kap_activity_changed();
+    kap_structure_changed();
     for (kapParameterMap* m = this; m != nullptr && (m->flags_ & kPristineFlag); m = m->parent_) {
         m->flags_ &= ~kPristineFlag;
     }
@@ -194,7 +363,9 @@ void kapParameterMap::copy_children_from(const kapParameterMap& o) {
         attach_impl(o.impl_);
     }
     const std::uint32_t n = o.size_;
-    if (n != 0) {
+    if (n != 0 && was_empty && t_new.arena == nullptr && kapParameterBlocks::copy_block(*this, o)) {
+        kap_structure_changed();
+    } else if (n != 0) {
         // The outermost copy opens a block sized for the whole subtree; the copies of maps
         // below fill the same block.
         Arena arena;
@@ -453,6 +624,7 @@ void kapParameterMap::seal() {
     const std::uint32_t kept = flags_ & (kExactIndexFlag | kPristineFlag);
     copy_children_from(former);
     flags_ |= kept;
+    kapParameterBlocks::note_block(*this);
 }
 
 void kapParameterMap::seal_tree() {

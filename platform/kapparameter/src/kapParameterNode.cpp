@@ -258,7 +258,7 @@ kapParameterImpl& kapParameter::mut_impl() {
 void kapParameter::set_impl(const kapParameterImplPtr& impl) {
     kapParameterImpl* p = impl.get();
     if (p == nullptr || p == impl_) return;
-    kap_activity_changed();
+    kap_structure_changed();
     const bool blank = p->name.empty() && p->subtype == 0 && p->states.empty() &&
                        p->component == nullptr && p->vector_size == 0;
     if (!blank && p->vector_size != impl_->vector_size) return;  // would not fit the values
@@ -282,12 +282,14 @@ void kapParameter::set_impl(const kapParameterImplPtr& impl) {
 
 void kapParameter::set_name(const utString& name) {
     if (impl_->name == name) return;
+    kap_structure_changed();  // names may now lead here, or elsewhere
     mut_impl().name = name;
     // The parent's index no longer lists this child under its name.
     if (parent_ != nullptr) parent_->flags_ &= ~kExactIndexFlag;
 }
 void kapParameter::set_legacy_key(const utString& key) {
     if (impl_->legacy == key) return;
+    kap_structure_changed();
     mut_impl().legacy = key;
     if (parent_ != nullptr) parent_->flags_ &= ~kExactIndexFlag;
 }
@@ -301,6 +303,7 @@ void kapParameter::set_group_name(const utString& group) {
     mut_impl().group = group;
 }
 void kapParameter::set_active(const utString& expression) {
+    kap_structure_changed();  // the compiled condition bound under this node's parent goes
     auto& impl = mut_impl();
     impl.active = expression;
     impl.active_expr.reset();

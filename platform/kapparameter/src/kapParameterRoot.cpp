@@ -5,6 +5,7 @@
 #include <map>
 #include <mutex>
 #include <unordered_map>
+#include <vector>
 
 #include "kapEvalHooks.h"
 
@@ -13,10 +14,81 @@
 
 namespace {
 
+// The live roots by object id: open addressing over ids (never 0), deletion by shifting back,
+// so that registering a root allocates only when the table grows.
+// A lock held for a few instructions: taken by every construction and destruction of a root.
+class SpinLock {
+  public:
+    void lock() noexcept {
+        while (flag_.test_and_set(std::memory_order_acquire)) {
+            while (flag_.test(std::memory_order_relaxed)) {
+            }
+        }
+    }
+    void unlock() noexcept { flag_.clear(std::memory_order_release); }
+
+  private:
+    std::atomic_flag flag_;
+};
+
 struct Registry {
-    std::mutex mutex;
-    std::unordered_map<std::uint64_t, kapParameterRoot*> roots;
+    SpinLock mutex;
+    struct Slot {
+        std::uint64_t id = 0;
+        kapParameterRoot* root = nullptr;
+    };
+    std::vector<Slot> slots = std::vector<Slot>(64);
+    std::size_t used = 0;
     std::uint64_t next = 1;
+
+    std::size_t home(std::uint64_t id) const noexcept {
+        return static_cast<std::size_t>((id * 0x9E3779B97F4A7C15ull) >> 20) & (slots.size() - 1);
+    }
+    void put(std::uint64_t id, kapParameterRoot* root) {
+        if ((used + 1) * 2 > slots.size()) {
+            std::vector<Slot> old(slots.size() * 2);
+            old.swap(slots);
+            for (const Slot& s : old) {
+                if (s.id != 0) place(s);
+            }
+        }
+        place(Slot{id, root});
+        ++used;
+    }
+    void place(const Slot& s) noexcept {
+        const std::size_t mask = slots.size() - 1;
+        std::size_t i = home(s.id);
+        while (slots[i].id != 0) {
+            i = (i + 1) & mask;
+        }
+        slots[i] = s;
+    }
+    kapParameterRoot* find(std::uint64_t id) const noexcept {
+        const std::size_t mask = slots.size() - 1;
+        for (std::size_t i = home(id);; i = (i + 1) & mask) {
+            if (slots[i].id == id) return slots[i].root;
+            if (slots[i].id == 0) return nullptr;
+        }
+    }
+    void erase(std::uint64_t id) noexcept {
+        const std::size_t mask = slots.size() - 1;
+        std::size_t i = home(id);
+        while (slots[i].id != id) {
+            if (slots[i].id == 0) return;
+            i = (i + 1) & mask;
+        }
+        // Moves back every later slot of the run that may sit at i.
+        for (std::size_t j = (i + 1) & mask; slots[j].id != 0; j = (j + 1) & mask) {
+            const std::size_t h = home(slots[j].id);
+            const bool between = i <= j ? (i < h && h <= j) : (i < h || h <= j);
+            if (!between) {
+                slots[i] = slots[j];
+                i = j;
+            }
+        }
+        slots[i] = Slot{};
+        --used;
+    }
 };
 Registry& registry() {
     static Registry r;
@@ -61,24 +133,23 @@ kapParameterRoot& kapParameterRoot::operator=(const kapParameterRoot& o) {
 void kapParameterRoot::register_self() {
     kap_activity_changed();
     auto& r = registry();
-    std::lock_guard<std::mutex> lock(r.mutex);
+    std::lock_guard<SpinLock> lock(r.mutex);
     id_ = kapObjectId{r.next++};
-    r.roots.emplace(id_.value, this);
+    r.put(id_.value, this);
 }
 
 kapParameterRoot::~kapParameterRoot() {
     kap_activity_changed();
     auto& r = registry();
-    std::lock_guard<std::mutex> lock(r.mutex);
-    r.roots.erase(id_.value);
+    std::lock_guard<SpinLock> lock(r.mutex);
+    r.erase(id_.value);
 }
 
 kapParameterRoot* kapParameterRoot::find_root(kapObjectId id) noexcept {
     if (id.empty()) return nullptr;
     auto& r = registry();
-    std::lock_guard<std::mutex> lock(r.mutex);
-    auto it = r.roots.find(id.value);
-    return it == r.roots.end() ? nullptr : it->second;
+    std::lock_guard<SpinLock> lock(r.mutex);
+    return r.find(id.value);
 }
 
 void kapParameterRoot::reset() {

@@ -8,6 +8,7 @@
 #include <span>
 #include <vector>
 
+#include "kapEvalBind.h"
 #include "kapEvalHooks.h"
 #include "kapParameterInternal.h"
 #include "kapparameter/kapExpr.h"
@@ -78,7 +79,9 @@ int kapParameterNumeric::get_int() const {
 
 double kapParameterNumeric::get_double() const {
     notify_read();
-    return extra() ? eval_number() : slot_.number;
+    if (!extra()) return slot_.number;
+    double x;
+    return kap_bound_number(*this, x) ? x : eval_number();
 }
 
 utString kapParameterNumeric::get_string() const {

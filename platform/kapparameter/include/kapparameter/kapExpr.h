@@ -254,6 +254,7 @@ struct kapExprCompiled {
     friend class kapExprEmitter;
     friend class kapExprEvaluator;
     friend class kapExpr;
+    friend struct kapExprRunner;
     kapExprCompiled() = default;
 
     // The tree (nodes refer to their children by index) and the postfix program; their forms are

@@ -8,6 +8,8 @@
 
 #include "kapparameter/kapParameterNode.h"
 
+struct kapBindingSet;
+
 // Node with named children in declaration order.
 class kapParameterMap : public kapParameter {
     UT_TYPE(kapParameterMap, kapParameter)
@@ -64,6 +66,11 @@ class kapParameterMap : public kapParameter {
     void touch_structure() noexcept;
     std::uint32_t size_ = 0;
     std::uint32_t cap_ = 0;
+    // Expressions whose names are looked for from this map, bound to the nodes they name (made
+    // on first evaluation; a copy starts without).
+    mutable kapBindingSet* bindings_ = nullptr;
+    friend struct kapParameterBinding;
+    friend struct kapParameterBlocks;
 };
 
 // Sequences: children addressed by index "[i]" (and by name, when they have one).

@@ -262,6 +262,7 @@ class kapParameter {
     friend struct kapParameterSeal;
     friend struct kapParameterBlocks;
     friend struct kapParameterLinkAccess;
+    friend struct kapParameterBinding;
 
     // flags_: bits 0-7 the flags below; bits 8-15 the node's size in 8-byte units when it was
     // made with new (0: unknown); bits 16-31 its distance from the start of its block in 8-byte

@@ -155,6 +155,7 @@ class kapParameterVector : public kapParameter {
 
   protected:
     kapParameterVector(const kapParameterVector& o);
+    friend struct kapParameterBlocks;
     double* data() noexcept { return impl_->vector_size <= 3 ? inline_ : heap_; }
     const double* data() const noexcept { return impl_->vector_size <= 3 ? inline_ : heap_; }
     union {
