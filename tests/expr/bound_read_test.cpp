@@ -17,25 +17,18 @@ const kapParameterRoot& prototype() {
     static const kapParameterRoot* proto = [] {
         using K = kapDeclKind;
         static constexpr kapDeclState kModes[] = {{"on", "On", "On."}, {"off", "Off", "Off."}};
+        // clang-format off
         static constexpr kapDeclRow rows[] = {
             {.path = "Tolerance", .legacy = {}, .label = "L", .def = "0.1"},
-            {.path = "Mode",
-             .legacy = {},
-             .label = "L",
-             .kind = K::enumeration,
-             .states = kModes,
-             .def = "on"},
+            {.path = "Mode", .legacy = {}, .label = "L", .kind = K::enumeration, .states = kModes, .def = "on"},
             {.path = "Group", .legacy = {}, .label = "L", .kind = K::map},
             {.path = "Group.Inner", .legacy = {}, .label = "L", .kind = K::map},
             {.path = "Group.Inner.Near", .legacy = {}, .label = "L", .def = "2*Tolerance"},
             {.path = "Group.Inner.Far", .legacy = {}, .label = "L", .def = "RootPar.Tolerance+1"},
-            {.path = "Group.Inner.Shown",
-             .legacy = {},
-             .label = "L",
-             .kind = K::flag,
-             .def = "0",
+            {.path = "Group.Inner.Shown", .legacy = {}, .label = "L", .kind = K::flag, .def = "0",
              .active = "Tolerance < 1 AND Mode=='on'"},
         };
+        // clang-format on
         auto* root = new kapParameterRoot("bound", 1, "");
         EXPECT_TRUE(kap_declare(root, rows, "Test"));
         root->seal();
@@ -116,8 +109,9 @@ TEST(BoundRead, FollowsEveryChangeOfTheTree) {
     }
 }
 
-TEST(BoundRead, ACopyReadsItsOwnNodes) {
-    kapParameterRoot source("bound", 1, "");
+TEST(BoundRead, ACopyIsWholeAndReadsItsOwnNodes) {
+    auto owned = std::make_unique<kapParameterRoot>("bound", 1, "");
+    kapParameterRoot& source = *owned;
     source.copy_children_from(prototype());
     expect_reads(source, {0.2, 1.1, true}, "source");
     kapParameterRoot copy(source);
@@ -132,20 +126,17 @@ TEST(BoundRead, ACopyReadsItsOwnNodes) {
     at(source, "Mode").set_string("off");
     expect_reads(source, {0.2, 1.1, false}, "source");
     expect_reads(copy, {6, 4, false}, "copy after the source changed");
-}
 
-TEST(BoundRead, ACopyOfAChangedTreeIsWholeAndItsOwn) {
-    auto source = std::make_unique<kapParameterRoot>("bound", 1, "");
-    source->copy_children_from(prototype());
-    // Nodes added after the tree was laid out, a child array that grew, a node gone, a text.
+    // A copy of a changed tree: nodes added after the tree was laid out, a child array that grew, a
+    // node gone, a text.
     for (const char* name : {"A", "B", "C", "D", "E"}) {
-        map_at(*source, "Group.Inner").add(name, number(1));
+        map_at(source, "Group.Inner").add(name, number(1));
     }
-    EXPECT_TRUE(source->remove("Mode"));
-    at(*source, "Group.Inner.Near").set_string("3*Tolerance");
-    kapParameterRoot c(*source);
-    EXPECT_TRUE(c.is_equal(*source));
-    source.reset();  // the copy shares no node with its source
+    EXPECT_TRUE(source.remove("Mode"));
+    at(source, "Group.Inner.Near").set_string("3*Tolerance");
+    kapParameterRoot c(source);
+    EXPECT_TRUE(c.is_equal(source));
+    owned.reset();  // the copy shares no node with its source
     EXPECT_EQ(map_at(c, "Group.Inner").size(), 8u);
     EXPECT_EQ(c.find_node("Mode"), nullptr);
     EXPECT_DOUBLE_EQ(at(c, "Group.Inner.Near").get_double(), 0.3);

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <functional>
@@ -103,122 +104,102 @@ struct Locked {
 
 // Each action tries one change on the locked fixture and answers whether it reported success.
 using Action = std::function<bool(Locked&)>;
-struct Row {
-    Action act;          // empty: exempt
-    const char* reason;  // why an exempt member may change a locked entity
-};
-const char* const kDecl = "declaration, shared by every instance: not the entity's state";
-const char* const kBook = "bookkeeping of the root, not a change of its parameters";
-const char* const kLink = "a link belongs to the linked node: the entity keeps its parameters";
 
 // clang-format off
-const std::map<std::string, Row>& table() {
-    static const std::map<std::string, Row> rows{
-        {"kapParameter::set_int",             {[](Locked& f) { return f.root["Num"]->set_int(5); }, ""}},
-        {"kapParameter::set_double",          {[](Locked& f) { return f.root["Num"]->set_double(5); }, ""}},
-        {"kapParameter::set_string",          {[](Locked& f) { return f.root["Num"]->set_string("a+1"); }, ""}},
-        {"kapParameter::set_double_in_units", {[](Locked& f) { return f.root["Num"]->set_double_in_units(5, kapUnitsType{}); }, ""}},
-        {"kapParameter::set_ref_from_id",     {[](Locked& f) { return f.root["Ref"]->set_ref_from_id(f.other.get_id()); }, ""}},
-        {"kapParameter::set_defaults",        {[](Locked& f) { return f.root["Num"]->set_defaults("4", "5"); }, ""}},
-        {"kapParameter::copy_value_from",     {[](Locked& f) { return f.root["Num"]->copy_value_from(*f.other["Num"]); }, ""}},
-        {"kapParameterNumeric::set_int",      {[](Locked& f) { return f.root["Vec[1]"]->set_int(3); }, ""}},
-        {"kapParameterNumeric::set_double",   {[](Locked& f) { return f.root["Vec[0]"]->set_double(3); }, ""}},
-        {"kapParameterNumeric::set_string",   {[](Locked& f) { return f.root["Vec[2]"]->set_string("3"); }, ""}},
-        {"kapParameterNumeric::set_double_in_units", {[](Locked& f) { return f.root["Vec[0]"]->set_double_in_units(3, kapUnitsType{}); }, ""}},
-        {"kapParameterNumeric::copy_value_from", {[](Locked& f) { return f.root["Num"]->copy_value_from(*number(8)); }, ""}},
-        {"kapParameterEnum::set_int",         {[](Locked& f) { return f.root["Kind"]->set_int(1); }, ""}},
-        {"kapParameterEnum::set_double",      {[](Locked& f) { return f.root["Kind"]->set_double(1); }, ""}},
-        {"kapParameterEnum::set_string",      {[](Locked& f) { return f.root["Kind"]->set_string("b"); }, ""}},
-        {"kapParameterEnum::copy_value_from", {[](Locked& f) { kapParameterPtr c(f.root["Kind"]->create_new()); c->set_string("b"); return f.root["Kind"]->copy_value_from(*c); }, ""}},
-        {"kapParameterString::set_int",       {[](Locked& f) { return f.root["Text"]->set_int(1); }, ""}},
-        {"kapParameterString::set_double",    {[](Locked& f) { return f.root["Text"]->set_double(1); }, ""}},
-        {"kapParameterString::set_string",    {[](Locked& f) { return f.root["Text"]->set_string("x"); }, ""}},
-        {"kapParameterString::copy_value_from", {[](Locked& f) { return f.root["Text"]->copy_value_from(*f.other["Num"]); }, ""}},
-        {"kapParameterVector::set_component", {[](Locked& f) { return kapParameterVector::ut_dynamic_cast(f.root["Vec"].pointer())->set_component(0, 4); }, ""}},
-        {"kapParameterVector::set_string",    {[](Locked& f) { return f.root["Vec"]->set_string("(1;2;3)"); }, ""}},
-        {"kapParameterVector::set_double",    {[](Locked& f) { return f.root["Vec"]->set_double(2); }, ""}},
-        {"kapParameterVector::copy_value_from", {[](Locked& f) { return f.root["Vec"]->copy_value_from(*f.other["Num"]); }, ""}},
-        {"kapParameterRef::set_string",       {[](Locked& f) { return f.root["Ref"]->set_string(std::to_string(f.other.get_id().value)); }, ""}},
-        {"kapParameterRef::set_ref_from_id",  {[](Locked& f) { return f.root["Ref"]->set_ref_from_id(f.other.get_id()); }, ""}},
-        {"kapParameterRef::set_int",          {[](Locked& f) { return f.root["Ref"]->set_int(static_cast<int>(f.other.get_id().value)); }, ""}},
-        {"kapParameterRef::copy_value_from",  {[](Locked& f) { kapParameterPtr c(f.root["Ref"]->create_new()); c->set_ref_from_id(f.other.get_id()); return f.root["Ref"]->copy_value_from(*c); }, ""}},
-        {"kapParameterMap::add",              {[](Locked& f) { return !f.root.add("New", number(1))->is_error(); }, ""}},
-        {"kapParameterMap::append",           {[](Locked& f) { return !f.map().append(number(1))->is_error(); }, ""}},
-        {"kapParameterMap::remove",           {[](Locked& f) { return f.root.remove("Map.Inner"); }, ""}},
-        {"kapParameterMap::remove_all",       {[](Locked& f) { f.map().remove_all(); return f.map().size() == 0; }, ""}},
-        {"kapParameterMap::copy_value_from",  {[](Locked& f) { return f.root.copy_value_from(f.other) && f.root["Num"]->get_double() == 7; }, ""}},
-        {"kapParameterMap::set_string",       {{}, "a map holds no value of its own: always false"}},
-        {"kapParameterMap::copy_children_from", {[](Locked& f) { f.root.copy_children_from(f.other); return f.root.size() != 6; }, ""}},
-        {"kapParameterRoot::operator=",       {[](Locked& f) { f.root = f.other; return f.root.size() != 6; }, ""}},
-        {"kapParameterRoot::reset",           {[](Locked& f) { f.root.reset(); return f.root.size() != 6; }, ""}},
-        {"kapModelPar::reset",                {[](Locked& f) { f.model.reset(); return f.model.hierarchy() == nullptr || f.top()["Children"]->size() != 1; }, ""}},
-        {"kapModelPar::remove_all",           {[](Locked& f) { f.model.remove_all(); return f.model.size() == 0; }, ""}},
-        {"kapModelHierarchyElementPar::add_property",  {[](Locked& f) { return !f.top().add_property("P", number(1))->is_error(); }, ""}},
-        {"kapModelHierarchyElementPar::set_parameters",
-             {[](Locked& f) {
-                  auto* m = new kapParameterMap();
-                  m->add("X", number(1));
-                  f.top().set_parameters(kapParameterPtr(m));
-                  return f.top()["Parameters.X"]->get_double() == 1.0;
-              },
-              ""}},
-        {"kapModelHierarchyElementPar::add_child",     {[](Locked& f) { return !f.top().add_child("Body")->is_error(); }, ""}},
-        {"kapModelHierarchyElementPar::add_component", {[](Locked& f) { return f.top().add_component({kapObjectId{1}, kapObjectId{2}}); }, ""}},
-        {"kapModelHierarchyElementPar::remove_component", {[](Locked& f) { return f.top().remove_component({kapObjectId{1}, kapObjectId{2}}); }, ""}},
-        {"kapModelHierarchyElementPar::add_workplane", {[](Locked& f) { return !f.top().add_workplane({"W", f.other.get_id()})->is_error(); }, ""}},
-        {"kapModelHierarchyElementPar::remove_all",    {[](Locked& f) { f.top().remove_all(); return f.top().size() == 0; }, ""}},
-        {"kapModelPar::remove",               {[](Locked& f) { return f.model.remove("Hierarchy"); }, ""}},
-        {"kapParameter::set_impl",            {{}, kDecl}},
-        {"kapParameter::set_name",            {{}, kDecl}},
-        {"kapParameter::set_legacy_key",      {{}, kDecl}},
-        {"kapParameter::set_desc",            {{}, kDecl}},
-        {"kapParameter::set_label",           {{}, kDecl}},
-        {"kapParameter::set_group_name",      {{}, kDecl}},
-        {"kapParameter::set_active",          {{}, kDecl}},
-        {"kapParameter::set_measure_mode",    {{}, kDecl}},
-        {"kapParameter::set_mirror_mode",     {{}, kDecl}},
-        {"kapParameter::set_typename",        {{}, kDecl}},
-        {"kapParameter::set_onmodify_callback", {{}, kDecl}},
-        {"kapParameter::set_onmodify_param_name", {{}, kDecl}},
-        {"kapParameter::set_onread_callback", {{}, kDecl}},
-        {"kapParameter::set_onmirror_callback", {{}, kDecl}},
-        {"kapParameterNumeric::set_units",    {{}, kDecl}},
-        {"kapParameterNumeric::set_range",    {{}, kDecl}},
-        {"kapParameterEnum::add_state",       {{}, kDecl}},
-        {"kapParameterVector::set_access_type", {{}, kDecl}},
-        {"kapParameterRef::set_ref_root_type", {{}, kDecl}},
-        {"kapParameterRef::set_nofollow",     {{}, kDecl}},
-        {"kapParameterMap::set_copy_active_expr_on", {{}, kDecl}},
-        {"kapParameterRoot::set_root_name",   {{}, kBook}},
-        {"kapParameterRoot::set_version",     {{}, kBook}},
-        {"kapParameterRoot::set_modified",    {{}, kBook}},
-        {"kapParameterRoot::set_locked",      {{}, "the lock itself"}},
-        {"kapParameterRoot::set_locking_id",  {{}, "the lock itself"}},
-        {"kapParameterRoot::fixup_locking_id", {{}, "the lock itself"}},
-        {"kapParameter::link_par",            {{}, kLink}},
-        {"kapParameter::unlink_par",          {{}, kLink}},
-        {"kapParameter::unlink_all",          {{}, kLink}},
+const std::map<std::string, Action>& refused() {
+    static const std::map<std::string, Action> rows{
+        {"kapParameter::set_int",                         [](Locked& f) { return f.root["Num"]->set_int(5); }},
+        {"kapParameter::set_double",                      [](Locked& f) { return f.root["Num"]->set_double(5); }},
+        {"kapParameter::set_string",                      [](Locked& f) { return f.root["Num"]->set_string("a+1"); }},
+        {"kapParameter::set_double_in_units",             [](Locked& f) { return f.root["Num"]->set_double_in_units(5, kapUnitsType{}); }},
+        {"kapParameter::set_ref_from_id",                 [](Locked& f) { return f.root["Ref"]->set_ref_from_id(f.other.get_id()); }},
+        {"kapParameter::set_defaults",                    [](Locked& f) { return f.root["Num"]->set_defaults("4", "5"); }},
+        {"kapParameter::copy_value_from",                 [](Locked& f) { return f.root["Num"]->copy_value_from(*f.other["Num"]); }},
+        {"kapParameterNumeric::set_int",                  [](Locked& f) { return f.root["Vec[1]"]->set_int(3); }},
+        {"kapParameterNumeric::set_double",               [](Locked& f) { return f.root["Vec[0]"]->set_double(3); }},
+        {"kapParameterNumeric::set_string",               [](Locked& f) { return f.root["Vec[2]"]->set_string("3"); }},
+        {"kapParameterNumeric::set_double_in_units",      [](Locked& f) { return f.root["Vec[0]"]->set_double_in_units(3, kapUnitsType{}); }},
+        {"kapParameterNumeric::copy_value_from",          [](Locked& f) { return f.root["Num"]->copy_value_from(*number(8)); }},
+        {"kapParameterEnum::set_int",                     [](Locked& f) { return f.root["Kind"]->set_int(1); }},
+        {"kapParameterEnum::set_double",                  [](Locked& f) { return f.root["Kind"]->set_double(1); }},
+        {"kapParameterEnum::set_string",                  [](Locked& f) { return f.root["Kind"]->set_string("b"); }},
+        {"kapParameterEnum::copy_value_from",             [](Locked& f) { kapParameterPtr c(f.root["Kind"]->create_new()); c->set_string("b"); return f.root["Kind"]->copy_value_from(*c); }},
+        {"kapParameterString::set_int",                   [](Locked& f) { return f.root["Text"]->set_int(1); }},
+        {"kapParameterString::set_double",                [](Locked& f) { return f.root["Text"]->set_double(1); }},
+        {"kapParameterString::set_string",                [](Locked& f) { return f.root["Text"]->set_string("x"); }},
+        {"kapParameterString::copy_value_from",           [](Locked& f) { return f.root["Text"]->copy_value_from(*f.other["Num"]); }},
+        {"kapParameterVector::set_component",             [](Locked& f) { return kapParameterVector::ut_dynamic_cast(f.root["Vec"].pointer())->set_component(0, 4); }},
+        {"kapParameterVector::set_string",                [](Locked& f) { return f.root["Vec"]->set_string("(1;2;3)"); }},
+        {"kapParameterVector::set_double",                [](Locked& f) { return f.root["Vec"]->set_double(2); }},
+        {"kapParameterVector::copy_value_from",           [](Locked& f) { return f.root["Vec"]->copy_value_from(*f.other["Num"]); }},
+        {"kapParameterRef::set_string",                   [](Locked& f) { return f.root["Ref"]->set_string(std::to_string(f.other.get_id().value)); }},
+        {"kapParameterRef::set_ref_from_id",              [](Locked& f) { return f.root["Ref"]->set_ref_from_id(f.other.get_id()); }},
+        {"kapParameterRef::set_int",                      [](Locked& f) { return f.root["Ref"]->set_int(static_cast<int>(f.other.get_id().value)); }},
+        {"kapParameterRef::copy_value_from",              [](Locked& f) { kapParameterPtr c(f.root["Ref"]->create_new()); c->set_ref_from_id(f.other.get_id()); return f.root["Ref"]->copy_value_from(*c); }},
+        {"kapParameterMap::add",                          [](Locked& f) { return !f.root.add("New", number(1))->is_error(); }},
+        {"kapParameterMap::append",                       [](Locked& f) { return !f.map().append(number(1))->is_error(); }},
+        {"kapParameterMap::remove",                       [](Locked& f) { return f.root.remove("Map.Inner"); }},
+        {"kapParameterMap::remove_all",                   [](Locked& f) { f.map().remove_all(); return f.map().size() == 0; }},
+        {"kapParameterMap::copy_value_from",              [](Locked& f) { return f.root.copy_value_from(f.other) && f.root["Num"]->get_double() == 7; }},
+        {"kapParameterMap::copy_children_from",           [](Locked& f) { f.root.copy_children_from(f.other); return f.root.size() != 6; }},
+        {"kapParameterRoot::operator=",                   [](Locked& f) { f.root = f.other; return f.root.size() != 6; }},
+        {"kapParameterRoot::reset",                       [](Locked& f) { f.root.reset(); return f.root.size() != 6; }},
+        {"kapModelPar::reset",                            [](Locked& f) { f.model.reset(); return f.model.hierarchy() == nullptr || f.top()["Children"]->size() != 1; }},
+        {"kapModelPar::remove_all",                       [](Locked& f) { f.model.remove_all(); return f.model.size() == 0; }},
+        {"kapModelHierarchyElementPar::add_property",     [](Locked& f) { return !f.top().add_property("P", number(1))->is_error(); }},
+        {"kapModelHierarchyElementPar::set_parameters",   [](Locked& f) { auto* m = new kapParameterMap(); m->add("X", number(1)); f.top().set_parameters(kapParameterPtr(m)); return f.top()["Parameters.X"]->get_double() == 1.0; }},
+        {"kapModelHierarchyElementPar::add_child",        [](Locked& f) { return !f.top().add_child("Body")->is_error(); }},
+        {"kapModelHierarchyElementPar::add_component",    [](Locked& f) { return f.top().add_component({kapObjectId{1}, kapObjectId{2}}); }},
+        {"kapModelHierarchyElementPar::remove_component", [](Locked& f) { return f.top().remove_component({kapObjectId{1}, kapObjectId{2}}); }},
+        {"kapModelHierarchyElementPar::add_workplane",    [](Locked& f) { return !f.top().add_workplane({"W", f.other.get_id()})->is_error(); }},
+        {"kapModelHierarchyElementPar::remove_all",       [](Locked& f) { f.top().remove_all(); return f.top().size() == 0; }},
+        {"kapModelPar::remove",                           [](Locked& f) { return f.model.remove("Hierarchy"); }},
     };
     return rows;
 }
+// clang-format on
+
+// Members that may change a locked entity, by the reason they may.
+// clang-format off
+const std::map<std::string, std::set<std::string>> kExempt = {
+    {"a map holds no value of its own: always false", {"kapParameterMap::set_string"}},
+    {"declaration, shared by every instance: not the entity's state",
+     {"kapParameter::set_impl", "kapParameter::set_name", "kapParameter::set_legacy_key",
+      "kapParameter::set_desc", "kapParameter::set_label", "kapParameter::set_group_name",
+      "kapParameter::set_active", "kapParameter::set_measure_mode", "kapParameter::set_mirror_mode",
+      "kapParameter::set_typename", "kapParameter::set_onmodify_callback",
+      "kapParameter::set_onmodify_param_name", "kapParameter::set_onread_callback",
+      "kapParameter::set_onmirror_callback", "kapParameterNumeric::set_units",
+      "kapParameterNumeric::set_range", "kapParameterEnum::add_state",
+      "kapParameterVector::set_access_type", "kapParameterRef::set_ref_root_type",
+      "kapParameterRef::set_nofollow", "kapParameterMap::set_copy_active_expr_on"}},
+    {"bookkeeping of the root, not a change of its parameters",
+     {"kapParameterRoot::set_root_name", "kapParameterRoot::set_version", "kapParameterRoot::set_modified"}},
+    {"the lock itself",
+     {"kapParameterRoot::set_locked", "kapParameterRoot::set_locking_id", "kapParameterRoot::fixup_locking_id"}},
+    {"a link belongs to the linked node: the entity keeps its parameters",
+     {"kapParameter::link_par", "kapParameter::unlink_par", "kapParameter::unlink_all"}},
+};
 // clang-format on
 
 TEST(Locking, EveryMutatorInTheHeadersIsListed) {
     const auto found = mutators_in_headers();
     ASSERT_GT(found.size(), 40u);  // the reader still finds the headers
     for (const auto& name : found)
-        EXPECT_TRUE(table().contains(name)) << name << " is not listed";
+        EXPECT_TRUE(
+            refused().contains(name) ||
+            std::ranges::any_of(kExempt, [&](const auto& e) { return e.second.contains(name); }))
+            << name << " is not listed";
 }
 
 TEST(Locking, EveryMutatorIsRefusedAndChangesNothing) {
-    for (const auto& [name, row] : table()) {
-        if (!row.act) continue;
+    for (const auto& [name, act] : refused()) {
         Locked f;
         kapParameterRoot before(f.root);
         kapModelPar model_before(f.model);
         const std::size_t components = f.top().components().size();
         const int refused = f.root.refused_writes() + f.model.refused_writes();
-        EXPECT_FALSE(row.act(f)) << name << " answered a change";
+        EXPECT_FALSE(act(f)) << name << " answered a change";
         EXPECT_TRUE(f.root.is_equal(before)) << name << " changed the root";
         EXPECT_TRUE(f.model.is_equal(model_before)) << name << " changed the model";
         EXPECT_EQ(f.top().components().size(), components) << name;

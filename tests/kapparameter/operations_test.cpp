@@ -9,6 +9,7 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include "kapparameter/kapParameter.h"
 #include "kapparameter/kapParameterUtils.h"
@@ -133,53 +134,21 @@ TEST(Links, EitherSideGoingFirstDropsTheLink) {
 // ---------------------------------------------------------------------------------------------
 // Operators
 
-enum class Side {
-    six,
-    minus3,
-    zero,
-    fifty,
-    stepover,
-    sum,
-    text,
-    other_text,
-    five_text,
-    map,
-    error
-};
-kapParameterPtr make(Side s) {
-    switch (s) {
-        case Side::six:
-            return length(6);
-        case Side::minus3:
-            return length(-3);
-        case Side::zero:
-            return length(0);
-        case Side::fifty:
-            return length(50);
-        case Side::stepover:
-            return expr("Stepover");
-        case Side::sum:
-            return expr("A + B");
-        case Side::text:
-            return kapParameterPtr(new kapParameterString("abc"));
-        case Side::other_text:
-            return kapParameterPtr(new kapParameterString("it's"));
-        case Side::five_text:
-            return kapParameterPtr(new kapParameterString("5"));
-        case Side::map:
-            return kapParameterPtr(new kapParameterMap());
-        case Side::error:
-            return kapParameterError::create(kapErrNoItem, "no such item: X");
-    }
-    return {};
+// An operand: "6" a length, "=A + B" an expression, "'abc'" a text, "{}" a map, "?" an error.
+kapParameterPtr make(std::string_view s) {
+    if (s == "{}") return kapParameterPtr(new kapParameterMap());
+    if (s == "?") return kapParameterError::create(kapErrNoItem, "no such item: X");
+    if (s.front() == '\'') return kapParameterPtr(new kapParameterString(std::string(s.substr(1, s.size() - 2))));
+    if (s.front() == '=') return expr(std::string(s.substr(1)).c_str());
+    return length(std::stod(std::string(s)));
 }
 
 enum class Form { binary, prefix, postfix };
 struct OpRow {
     Form form;
-    Side lhs;
+    const char* lhs;
     const char* op;
-    Side rhs;
+    const char* rhs;
     // Exactly one of: a number, a flag, an expression text, an error code.
     std::optional<double> number;
     std::optional<int> flag;
@@ -190,31 +159,31 @@ constexpr int kNo = kapErrNone;
 
 // clang-format off
 const OpRow kOps[] = {
-    {Form::binary,  Side::six,      "+",   Side::minus3,   3.0,  {}, nullptr, kNo},
-    {Form::binary,  Side::six,      "/",   Side::minus3,  -2.0,  {}, nullptr, kNo},
-    {Form::binary,  Side::six,      "/",   Side::zero,      {},  {}, nullptr, kapErrDivideByZero},
-    {Form::binary,  Side::six,      "<",   Side::minus3,    {},   0, nullptr, kNo},
-    {Form::binary,  Side::six,      "AND", Side::zero,      {},   0, nullptr, kNo},
-    {Form::binary,  Side::six,      "^",   Side::minus3,    {},  {}, nullptr, kapErrSyntax},
-    {Form::binary,  Side::text,     "==",  Side::text,      {},   1, nullptr, kNo},
-    {Form::binary,  Side::other_text, "!=", Side::text,     {},   1, nullptr, kNo},
-    {Form::binary,  Side::text,     "+",   Side::six,       {},  {}, nullptr, kapErrType},
-    {Form::binary,  Side::six,      "+",   Side::five_text, 11.0, {}, nullptr, kNo},
-    {Form::binary,  Side::map,      "+",   Side::six,       {},  {}, nullptr, kapErrType},
-    {Form::binary,  Side::six,      "*",   Side::error,     {},  {}, nullptr, kapErrNoItem},
-    {Form::binary,  Side::stepover, "*",   Side::six,       {},  {}, "Stepover*6", kNo},
-    {Form::binary,  Side::minus3,   "-",   Side::stepover,  {},  {}, "(-3)-Stepover", kNo},
-    {Form::binary,  Side::sum,      "/",   Side::six,       {},  {}, "(A + B)/6", kNo},
-    {Form::binary,  Side::stepover, "==",  Side::other_text, {}, {}, "Stepover==\"it's\"", kNo},
-    {Form::binary,  Side::sum,      "^",   Side::six,       {},  {}, nullptr, kapErrSyntax},
-    {Form::binary,  Side::stepover, "+",   Side::map,       {},  {}, nullptr, kapErrType},
-    {Form::prefix,  Side::minus3,   "-",   Side::zero,     3.0,  {}, nullptr, kNo},
-    {Form::prefix,  Side::zero,     "!",   Side::zero,      {},   1, nullptr, kNo},
-    {Form::prefix,  Side::sum,      "-",   Side::zero,      {},  {}, "-(A + B)", kNo},
-    {Form::prefix,  Side::six,      "~",   Side::zero,      {},  {}, nullptr, kapErrSyntax},
-    {Form::postfix, Side::fifty,    "%",   Side::zero,     0.5,  {}, nullptr, kNo},
-    {Form::postfix, Side::stepover, "%",   Side::zero,      {},  {}, "Stepover/100", kNo},
-    {Form::postfix, Side::six,      "!",   Side::zero,      {},  {}, nullptr, kapErrSyntax},
+    {Form::binary,  "6",         "+",   "-3",        3.0,  {}, nullptr,              kNo},
+    {Form::binary,  "6",         "/",   "-3",        -2.0, {}, nullptr,              kNo},
+    {Form::binary,  "6",         "/",   "0",         {},   {}, nullptr,              kapErrDivideByZero},
+    {Form::binary,  "6",         "<",   "-3",        {},   0,  nullptr,              kNo},
+    {Form::binary,  "6",         "AND", "0",         {},   0,  nullptr,              kNo},
+    {Form::binary,  "6",         "^",   "-3",        {},   {}, nullptr,              kapErrSyntax},
+    {Form::binary,  "'abc'",     "==",  "'abc'",     {},   1,  nullptr,              kNo},
+    {Form::binary,  "'it's'",    "!=",  "'abc'",     {},   1,  nullptr,              kNo},
+    {Form::binary,  "'abc'",     "+",   "6",         {},   {}, nullptr,              kapErrType},
+    {Form::binary,  "6",         "+",   "'5'",       11.0, {}, nullptr,              kNo},
+    {Form::binary,  "{}",        "+",   "6",         {},   {}, nullptr,              kapErrType},
+    {Form::binary,  "6",         "*",   "?",         {},   {}, nullptr,              kapErrNoItem},
+    {Form::binary,  "=Stepover", "*",   "6",         {},   {}, "Stepover*6",         kNo},
+    {Form::binary,  "-3",        "-",   "=Stepover", {},   {}, "(-3)-Stepover",      kNo},
+    {Form::binary,  "=A + B",    "/",   "6",         {},   {}, "(A + B)/6",          kNo},
+    {Form::binary,  "=Stepover", "==",  "'it's'",    {},   {}, "Stepover==\"it's\"", kNo},
+    {Form::binary,  "=A + B",    "^",   "6",         {},   {}, nullptr,              kapErrSyntax},
+    {Form::binary,  "=Stepover", "+",   "{}",        {},   {}, nullptr,              kapErrType},
+    {Form::prefix,  "-3",        "-",   "0",         3.0,  {}, nullptr,              kNo},
+    {Form::prefix,  "0",         "!",   "0",         {},   1,  nullptr,              kNo},
+    {Form::prefix,  "=A + B",    "-",   "0",         {},   {}, "-(A + B)",           kNo},
+    {Form::prefix,  "6",         "~",   "0",         {},   {}, nullptr,              kapErrSyntax},
+    {Form::postfix, "50",        "%",   "0",         0.5,  {}, nullptr,              kNo},
+    {Form::postfix, "=Stepover", "%",   "0",         {},   {}, "Stepover/100",       kNo},
+    {Form::postfix, "6",         "!",   "0",         {},   {}, nullptr,              kapErrSyntax},
 };
 // clang-format on
 
@@ -254,7 +223,7 @@ TEST(Operators, NumbersTextsAndExpressions) {
 
 TEST(Operators, AnExpressionAnswerEvaluatesWhereItIsPlaced) {
     Tree t;
-    const kapParameterPtr half = make(Side::sum)->operate_binary("/", *length(2));
+    const kapParameterPtr half = make("=A + B")->operate_binary("/", *length(2));
     ASSERT_TRUE(half->link_par(t.root["Map"]));
     EXPECT_DOUBLE_EQ(half->get_double(), 3.0);
     const kapParameterPtr text =

@@ -54,7 +54,7 @@ TEST(TurningAxisHelpers, NormaliseFoldsOnlyAboveHalfTurn) {
     }
 }
 
-TEST(TurningAxisHelpers, RoundToNearest90TiesUpwards) {
+TEST(TurningAxisHelpers, RoundTiesUpwardsFlipAndRotationSense) {
     const struct {
         double in, out;
     } rows[] = {{45, 90},      {44.9, 0},      {-45, 0}, {-45.1, -90}, {135, 180}, {-135, -90},
@@ -71,9 +71,7 @@ TEST(TurningAxisHelpers, RoundToNearest90TiesUpwards) {
     EXPECT_TRUE(same_direction(rounded.direction(), 0, -1));
     EXPECT_EQ(rounded.axis_angle_from_z(), 180.0);
     EXPECT_EQ(rounded.orientation(), kapTurningToolOrientation_Reversed);
-}
 
-TEST(TurningAxisHelpers, FlipAndRotationSense) {
     // Any stored value other than reversed flips to reversed.
     EXPECT_EQ(Calc::flipped(static_cast<kapTurningToolOrientation>(7)),
               kapTurningToolOrientation_Reversed);
@@ -157,13 +155,8 @@ struct Expected {
 };
 
 double wrap(double a) {
-    while (a > 180) {
-        a -= 360;
-    }
-    while (a <= -180) {
-        a += 360;
-    }
-    return a;
+    a = std::fmod(a, 360);
+    return a > 180 ? a - 360 : a <= -180 ? a + 360 : a;
 }
 Expected below_centre(Expected a) {
     return {wrap(-a.angle), 1 - a.orientation};
@@ -176,17 +169,8 @@ Expected basic_rule(const std::string& strategy, const std::string& cycle, const
                     const std::string& groove) {
     const auto has = [&](const char* part) { return strategy.find(part) != std::string::npos; };
     if (strategy == "turn_roughing" || strategy == "turn_finishing") {
-        const struct {
-            const char* cycle;
-            const char* cut;
-            int orientation;
-        } table[] = {{"turn", "negative", 0},     {"turn", "positive", 1},
-                     {"face", "negative", 1},     {"face", "positive", 0},
-                     {"backface", "negative", 0}, {"backface", "positive", 1}};
-        for (const auto& t : table) {
-            if (cycle == t.cycle && cut == t.cut) return {90, t.orientation};
-        }
-        ADD_FAILURE() << "no orientation for " << cycle << " " << cut;
+        // Reversed for a positive cut, except on the face cycle where it is the other way round.
+        return {90, (cut == "positive") != (cycle == "face") ? 1 : 0};
     }
     if (has("bore")) {
         if (cycle == "turn" && cut == "positive") return {180, 0};
@@ -215,11 +199,9 @@ Expected final_rule(Expected a, double cut_angle, bool grooving_tool, bool below
     return {wrap(std::floor(a.angle / 90 + 0.5) * 90), a.orientation};
 }
 
-kapParameterPtr answer_true(const kapParameter&, const kapParameterPtr&) {
-    return kapParameterNumeric::create_bool(1);
-}
-kapParameterPtr answer_false(const kapParameter&, const kapParameterPtr&) {
-    return kapParameterNumeric::create_bool(0);
+template <int V>
+kapParameterPtr answer(const kapParameter&, const kapParameterPtr&) {
+    return kapParameterNumeric::create_bool(V);
 }
 
 // A tool that answers "IsGroove()" and names the direction it grooves in.
@@ -227,15 +209,15 @@ kapParameterPtr groove_tool(const std::string& type, double cut_angle, bool is_g
                             const std::string& direction) {
     auto* root = new kapParameterRoot("tool", 5, "G");
     kapParameterPtr hold(root);
-    root->add(kapParameterKey("Type"), kapParameterPtr(new kapParameterString(type)));
-    root->add(kapParameterKey("TurningInsert"), kapParameterPtr(new kapParameterMap()));
-    root->add(
-        kapParameterKey("TurningInsert.CutAngle"),
-        kapParameterPtr(new kapParameterNumeric(kapSubTypeAngle, kapDimensions(), cut_angle)));
-    root->add(kapParameterKey("IsGroove"), kapParameterPtr(new kapParameterMemberFunction(
-                                               is_groove ? &answer_true : &answer_false, nullptr)));
-    root->add(kapParameterKey("OrientationDirection"),
-              kapParameterPtr(new kapParameterString(direction)));
+    const auto add = [&](const char* key, kapParameter* p) {
+        root->add(kapParameterKey(key), kapParameterPtr(p));
+    };
+    add("Type", new kapParameterString(type));
+    add("TurningInsert", new kapParameterMap());
+    add("TurningInsert.CutAngle",
+        new kapParameterNumeric(kapSubTypeAngle, kapDimensions(), cut_angle));
+    add("IsGroove", new kapParameterMemberFunction(is_groove ? &answer<1> : &answer<0>, nullptr));
+    add("OrientationDirection", new kapParameterString(direction));
     return hold;
 }
 
