@@ -39,6 +39,15 @@ void use_tool(kapParameter& toolpath, const kapParameter* tool) {
     ASSERT_TRUE(toolpath.find("Tool")->set_ref_from_id(id));
 }
 
+// The state keys of the enumeration at `path`.
+std::vector<std::string> states_of(const kapParameter& tree, const char* path) {
+    const auto* e = kapParameterEnum::ut_dynamic_cast(tree.find(path).pointer());
+    std::vector<std::string> keys;
+    for (int i = 0; e != nullptr && i < e->num_states(); ++i)
+        keys.push_back(e->state(i).key);
+    return keys;
+}
+
 // ---------------------------------------------------------------------------------------------
 // Angle helpers
 
@@ -234,77 +243,62 @@ TEST(TurningAxis, EveryTurningCaseFollowsTheRules) {
     std::vector<kapParameterPtr> fake_tools;
     std::vector<ToolCase> tools = {{"no tool", nullptr, 0, false, ""}};
     for (double angle : {0.0, 30.0, 60.0}) {
-        for (const char* type : {"turn_profiling", "turn_grooving"}) {
+        for (const std::string type : {"turn_profiling", "turn_grooving"}) {
+            const bool grooving = type == "turn_grooving";
             auto& t = real_tools.emplace_back(std::make_unique<kapToolPar>("T"));
             set(*t, "Type", type);
             set(*t, "TurningInsert.CutAngle", kapExpr::format_number(angle));
-            tools.push_back({type, t.get(), angle, type == std::string("turn_grooving"), ""});
-            for (const char* dir : {"positive_x", "negative_x", "front_face", "back_face"}) {
-                fake_tools.push_back(groove_tool(type, angle, true, dir));
-                tools.push_back({std::string(type) + " grooving " + dir,
-                                 fake_tools.back().pointer(), angle,
-                                 type == std::string("turn_grooving"), dir});
+            tools.push_back({type, t.get(), angle, grooving, ""});
+            // The last: a direction without "IsGroove()" holding names no groove.
+            for (const std::string dir :
+                 {"positive_x", "negative_x", "front_face", "back_face", ""}) {
+                fake_tools.push_back(
+                    groove_tool(type, angle, !dir.empty(), dir.empty() ? "positive_x" : dir));
+                tools.push_back({type + " grooving '" + dir + "'", fake_tools.back().pointer(),
+                                 angle, grooving, dir});
             }
-            // A direction without "IsGroove()" holding names no groove.
-            fake_tools.push_back(groove_tool(type, angle, false, "positive_x"));
-            tools.push_back({std::string(type) + " not grooving", fake_tools.back().pointer(),
-                             angle, type == std::string("turn_grooving"), ""});
         }
     }
 
     kapToolpathPar tp("TP");
-    const kapParameterEnum* strategy =
-        kapParameterEnum::ut_dynamic_cast(tp.find("Strategy").pointer());
-    const kapParameterEnum* cycles =
-        kapParameterEnum::ut_dynamic_cast(tp.find("Turning.Cycle").pointer());
-    const kapParameterEnum* cuts =
-        kapParameterEnum::ut_dynamic_cast(tp.find("Turning.CutDirection").pointer());
-    ASSERT_TRUE(strategy && cycles && cuts);
-    std::vector<std::string> strategies;
-    for (int i = 0; i < strategy->num_states(); ++i) {
-        if (strategy->state(i).key.rfind("turn_", 0) == 0) {
-            strategies.push_back(strategy->state(i).key);
-        }
-    }
+    std::vector<std::string> strategies = states_of(tp, "Strategy");
+    std::erase_if(strategies, [](const std::string& s) { return !s.starts_with("turn_"); });
+    const std::vector<std::string> cycles = states_of(tp, "Turning.Cycle");
+    const std::vector<std::string> cuts = states_of(tp, "Turning.CutDirection");
     ASSERT_EQ(strategies.size(), 9u);
+    ASSERT_EQ(cycles.size() * cuts.size(), 6u);
 
-    int rows = 0;
     for (const ToolCase& tool : tools) {
         use_tool(tp, tool.tool);
         for (const std::string& s : strategies) {
             set(tp, "Strategy", s);
-            for (int c = 0; c < cycles->num_states(); ++c) {
-                const std::string cycle = cycles->state(c).key;
+            for (const std::string& cycle : cycles) {
                 set(tp, "Turning.Cycle", cycle);
-                for (int d = 0; d < cuts->num_states(); ++d) {
-                    const std::string cut = cuts->state(d).key;
+                for (const std::string& cut : cuts) {
                     set(tp, "Turning.CutDirection", cut);
                     for (bool below : {false, true}) {
                         set(tp, "Turning.BelowCentreline", below ? "1" : "0");
                         std::ostringstream row;
                         row << tool.name << " cut angle " << tool.cut_angle << ", " << s << ", "
                             << cycle << ", " << cut << (below ? ", below" : "");
+                        SCOPED_TRACE(row.str());
                         const Expected want = final_rule(basic_rule(s, cycle, cut, tool.groove),
                                                          tool.cut_angle, tool.grooving, below);
                         // Through the toolpath's own expressions, as the host reads them.
-                        EXPECT_EQ(tp.find("Turning.ToolAxis.HolderAngle")->get_double(), want.angle)
-                            << row.str();
+                        EXPECT_EQ(tp.find("Turning.ToolAxis.HolderAngle")->get_double(),
+                                  want.angle);
                         EXPECT_EQ(tp.find("Turning.ToolAxis.ToolOrientation")->get_string(),
-                                  want.orientation == 1 ? "reversed" : "standard")
-                            << row.str();
+                                  want.orientation == 1 ? "reversed" : "standard");
                         const Calc calc = calc_of(tp);
-                        EXPECT_EQ(calc.groove_direction(), tool.groove) << row.str();
+                        EXPECT_EQ(calc.groove_direction(), tool.groove);
                         const double r = want.angle * std::acos(-1.0) / 180;
                         EXPECT_TRUE(same_direction(calc.calculate_final_axis().direction(),
-                                                   std::sin(r), std::cos(r)))
-                            << row.str();
-                        ++rows;
+                                                   std::sin(r), std::cos(r)));
                     }
                 }
             }
         }
     }
-    EXPECT_EQ(rows, static_cast<int>(tools.size()) * 9 * 3 * 2 * 2);
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -338,13 +332,9 @@ void each_parameter(const kapParameter& p, const std::function<void(const kapPar
 }
 
 TEST(TurningAxis, ToolReadingExpressionsEvaluateForEveryToolType) {
-    const std::unique_ptr<kapParameterRoot> probe = kapEntityKinds::create("tool", "T");
-    const auto* types = kapParameterEnum::ut_dynamic_cast(probe->find("Type").pointer());
-    ASSERT_NE(types, nullptr);
-    std::vector<std::string> type_names = {""};  // "" : no tool referenced
-    for (int i = 0; i < types->num_states(); ++i) {
-        type_names.push_back(types->state(i).key);
-    }
+    std::vector<std::string> type_names = states_of(*kapEntityKinds::create("tool", "T"), "Type");
+    ASSERT_GT(type_names.size(), 3u);
+    type_names.push_back("");  // no tool referenced
 
     for (const std::string& type : type_names) {
         const std::unique_ptr<kapParameterRoot> tool = kapEntityKinds::create("tool", "T");
