@@ -9,6 +9,8 @@
 
 #include "kappar/kapToolpathPar.h"
 
+#include "kapToolpathKeyStrings.h"
+
 namespace {
 
 constexpr kapToolpathPar::Synonym kSynonyms[] = {
@@ -260,7 +262,7 @@ int kapToolpathParLoader::load_par(const kapParameterKey& key, const utString& v
         }
         add_undeclared_child(*this, in, v);
         const int result = kapParameterLoader::load_par(key, v);
-        kapToolpathParLoaderState::key_strings().insert(in);
+        kap_toolpath::record_key_string(in);
         return result;
     }
     add_undeclared_child(*this, k, v);
@@ -270,7 +272,7 @@ int kapToolpathParLoader::load_par(const kapParameterKey& key, const utString& v
         // with, so that it is written back as it was read.
         unrecognised[in] = v;
     }
-    kapToolpathParLoaderState::key_strings().insert(std::move(k));
+    kap_toolpath::record_key_string(k);
     return result;
 }
 
