@@ -1,7 +1,7 @@
 #include "kappar/kapEntityFile.h"
 
+#include <cstdint>
 #include <string>
-#include <unordered_map>
 #include <unordered_set>
 
 #include "kappar/kapEntity.h"
@@ -90,6 +90,57 @@ bool check_header(const kapFileDocument& doc, std::string_view kind, int current
     return true;
 }
 
+// What became of a pair while loading, and for a duplicate the index of the pair it repeats.
+struct PairOutcome {
+    int result = 0;
+    std::size_t first = 0;
+};
+
+// The parameters that pairs have set, each with the index of the first pair that set it: open
+// addressing over a table sized once for every pair of the document.
+class ParameterIndex {
+  public:
+    static constexpr std::size_t npos = static_cast<std::size_t>(-1);
+
+    explicit ParameterIndex(std::size_t pairs) {
+        std::size_t capacity = 16;
+        while (capacity < 2 * pairs)
+            capacity *= 2;
+        slots_.resize(capacity);
+        mask_ = capacity - 1;
+    }
+    // The index of the pair that set `par`, or npos.
+    std::size_t find(const kapParameter* par) const noexcept {
+        for (std::size_t s = slot_of(par);; s = (s + 1) & mask_) {
+            if (slots_[s].par == par) return slots_[s].pair;
+            if (slots_[s].par == nullptr) return npos;
+        }
+    }
+    // Records that pair `pair` set `par`; when an earlier pair did, keeps that one and answers
+    // its index, else npos.
+    std::size_t insert(const kapParameter* par, std::size_t pair) noexcept {
+        for (std::size_t s = slot_of(par);; s = (s + 1) & mask_) {
+            if (slots_[s].par == par) return slots_[s].pair;
+            if (slots_[s].par == nullptr) {
+                slots_[s] = Slot{par, pair};
+                return npos;
+            }
+        }
+    }
+
+  private:
+    struct Slot {
+        const kapParameter* par = nullptr;
+        std::size_t pair = 0;
+    };
+    std::size_t slot_of(const kapParameter* par) const noexcept {
+        const auto bits = static_cast<std::uint64_t>(reinterpret_cast<std::uintptr_t>(par));
+        return static_cast<std::size_t>((bits >> 4) * 0x9E3779B97F4A7C15ULL >> 20) & mask_;
+    }
+    std::vector<Slot> slots_;
+    std::size_t mask_ = 0;
+};
+
 // Loads the pairs into `root` and runs its updater. False (with `err`) only when the root
 // refuses a loader.
 bool load_pairs(kapParameterRoot& root, const kapFileDocument& doc, int current,
@@ -108,42 +159,39 @@ bool load_pairs(kapParameterRoot& root, const kapFileDocument& doc, int current,
     // What became of each pair: the loader's answer, or kDuplicate for a pair whose parameter
     // an earlier pair already set (the first value is kept; the second is reported).
     constexpr int kDuplicate = 2;
-    std::vector<int> results;
-    std::vector<std::size_t> first_of;  // for duplicates: the index of the pair that set it
-    results.reserve(doc.pairs.size());
-    std::unordered_map<const kapParameter*, std::size_t> set_by;
-    set_by.reserve(doc.pairs.size());
+    std::vector<PairOutcome> outcomes(doc.pairs.size());
+    ParameterIndex set_by(doc.pairs.size());
     kapParameterKey key;
+    utString resolved;  // reused from pair to pair
     for (std::size_t i = 0; i < doc.pairs.size(); ++i) {
         const kapFilePair& pair = doc.pairs[i];
         key.set_path(pair.key);
         // The parameter the key names, as the loader will find it (names and legacy keys match
-        // in any letter case, so "tolerance" names the parameter "Tolerance" names).
-        const utString resolved = root.lookup_key_synonym(key.str());
-        const kapParameter* target = root.find_node(resolved);
+        // in any letter case, so "tolerance" names the parameter "Tolerance" names). The loader
+        // remembers it for the load that follows.
+        const utString* synonym = nullptr;
+        const kapParameter* target = loader->resolve(key.str(), &synonym);
         if (target != nullptr) {
-            if (auto it = set_by.find(target); it != set_by.end()) {
-                results.push_back(kDuplicate);
-                first_of.push_back(it->second);
+            if (const std::size_t first = set_by.find(target); first != ParameterIndex::npos) {
+                outcomes[i] = PairOutcome{kDuplicate, first};
                 continue;
             }
         }
+        resolved.assign(*synonym);
         const int result = loader->load_par(key, pair.value);
-        results.push_back(result);
-        first_of.push_back(0);
+        loader->forget_resolved();
+        outcomes[i].result = result;
         if (result != 1) continue;
         // An entity's loader may rewrite the key ("stockmodel" to "stockmodel.id"): the
         // parameter set is the one its stored key names.
         const utString& stored = loader->loaded_keys().last();
         if (stored != resolved) target = root.find_node(stored);
         if (target == nullptr) continue;
-        const auto [it, inserted] = set_by.emplace(target, i);
-        if (!inserted) {
+        if (const std::size_t first = set_by.insert(target, i); first != ParameterIndex::npos) {
             // Found only once loaded: load the first value again so that it is the one kept.
-            const kapFilePair& first = doc.pairs[it->second];
-            loader->load_par(key.set_path(first.key), first.value);
-            results.back() = kDuplicate;
-            first_of.back() = it->second;
+            const kapFilePair& earlier = doc.pairs[first];
+            loader->load_par(key.set_path(earlier.key), earlier.value);
+            outcomes[i] = PairOutcome{kDuplicate, first};
         }
     }
     loader->finalise_loading();
@@ -161,12 +209,13 @@ bool load_pairs(kapParameterRoot& root, const kapFileDocument& doc, int current,
     report.version = root.version();
     for (std::size_t i = 0; i < doc.pairs.size(); ++i) {
         const kapFilePair& pair = doc.pairs[i];
-        if (results[i] == kDuplicate) {
-            report.duplicates.push_back(kapEntityDuplicate{doc.pairs[first_of[i]], pair});
+        const PairOutcome& outcome = outcomes[i];
+        if (outcome.result == kDuplicate) {
+            report.duplicates.push_back(kapEntityDuplicate{doc.pairs[outcome.first], pair});
             report.unrecognised.push_back(pair);
             continue;
         }
-        if (results[i] == 1) {
+        if (outcome.result == 1) {
             ++report.loaded;
             continue;
         }
@@ -177,7 +226,7 @@ bool load_pairs(kapParameterRoot& root, const kapFileDocument& doc, int current,
             continue;
         }
         report.unrecognised.push_back(pair);
-        if (results[i] < 0) report.refused.push_back(pair);
+        if (outcome.result < 0) report.refused.push_back(pair);
     }
     return true;
 }

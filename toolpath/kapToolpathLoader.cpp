@@ -9,6 +9,8 @@
 
 #include "kappar/kapToolpathPar.h"
 
+#include "kapToolpathKeyStrings.h"
+
 namespace {
 
 constexpr kapToolpathPar::Synonym kSynonyms[] = {
@@ -48,8 +50,8 @@ constexpr std::string_view kLoaderPaths[] = {
     "Strategy",
 };
 
-// The renamed keys by old key, matched exactly. Looked up twice for every saved pair (once to
-// find the parameter a pair sets, once to load it), so hashed over the table's own texts.
+// The renamed keys by old key, matched exactly. Looked up for every saved pair, so hashed over
+// the table's own texts.
 using SynonymTable = std::unordered_map<std::string_view, std::string_view>;
 const SynonymTable& synonym_table() {
     static const SynonymTable table = [] {
@@ -131,15 +133,18 @@ bool reads_true(const utString& value) {
 
 // A key naming a child that a map taking undeclared children does not hold yet (a user parameter
 // under "UserParameters") adds that child as a string, so that it loads where it was saved from.
-void add_undeclared_child(kapParameterRoot& root, const utString& key, const utString& value) {
-    const utString path = root.lookup_key_synonym(key);
-    if (root.find_node(path) != nullptr) return;
+void add_undeclared_child(kapParameterLoader& loader, const utString& key, const utString& value) {
+    const utString* current = nullptr;
+    if (loader.resolve(key, &current) != nullptr) return;
+    const utString path = *current;
+    kapParameterRoot& root = loader.root();
     const auto dot = path.rfind('.');
     if (dot == utString::npos || dot + 1 == path.size() || path.back() == ']') return;
     const auto* map = kapParameterMap::ut_dynamic_cast(root.find_node(path.substr(0, dot)));
     if (map == nullptr || map->is_fixed() || kapParameterList::ut_dynamic_cast(map) != nullptr) {
         return;
     }
+    loader.forget_resolved();
     root.add(kapParameterKey(path), kapParameterPtr(new kapParameterString(value)));
 }
 
@@ -255,19 +260,19 @@ int kapToolpathParLoader::load_par(const kapParameterKey& key, const utString& v
             unrecognised[in] = v;
             return -1;
         }
-        add_undeclared_child(root_, in, v);
+        add_undeclared_child(*this, in, v);
         const int result = kapParameterLoader::load_par(key, v);
-        kapToolpathParLoaderState::key_strings().insert(in);
+        kap_toolpath::record_key_string(in);
         return result;
     }
-    add_undeclared_child(root_, k, v);
+    add_undeclared_child(*this, k, v);
     const int result = kapParameterLoader::load_par(kapParameterKey(k), v);
     if (result != 1) {
         // A rewritten key that no parameter took: the pair is also kept under the key it was read
         // with, so that it is written back as it was read.
         unrecognised[in] = v;
     }
-    kapToolpathParLoaderState::key_strings().insert(std::move(k));
+    kap_toolpath::record_key_string(k);
     return result;
 }
 

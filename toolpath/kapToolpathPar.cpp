@@ -2,12 +2,15 @@
 
 #include <algorithm>
 #include <cmath>
+#include <string_view>
+#include <vector>
 
 #include "host/McTPCompHead.h"
 #include "host/kapMcParList.h"
 #include "kappar/kapHistoryFactory.h"
 #include "kapparameter/kapEvaluator.h"
 
+#include "kapToolpathKeyStrings.h"
 #include "kapToolpathRead.h"
 
 // ---------------------------------------------------------------------------------------------
@@ -47,6 +50,35 @@ utStringcoSet& kapToolpathParLoaderState::key_strings() {
     return keys;
 }
 
+namespace {
+std::vector<utStringcoSet::node_type>& spare_key_nodes() {
+    static std::vector<utStringcoSet::node_type> nodes;
+    return nodes;
+}
+}  // namespace
+
+void kap_toolpath::record_key_string(std::string_view key) {
+    utStringcoSet& keys = kapToolpathParLoaderState::key_strings();
+    const auto at = keys.lower_bound(key);
+    if (at != keys.end() && *at == key) return;
+    auto& spare = spare_key_nodes();
+    if (spare.empty()) {
+        keys.emplace_hint(at, key);
+        return;
+    }
+    utStringcoSet::node_type node = std::move(spare.back());
+    spare.pop_back();
+    node.value().assign(key);
+    keys.insert(at, std::move(node));
+}
+
+void kap_toolpath::clear_key_strings() {
+    utStringcoSet& keys = kapToolpathParLoaderState::key_strings();
+    auto& spare = spare_key_nodes();
+    while (!keys.empty())
+        spare.push_back(keys.extract(keys.begin()));
+}
+
 std::array<utString, 4>& kapToolpathParLoaderState::cached_strings() {
     static std::array<utString, 4> strings;
     return strings;
@@ -58,7 +90,7 @@ bool& kapToolpathParLoaderState::cached_flag() {
 }
 
 void kapToolpathParLoaderState::reset() {
-    key_strings().clear();
+    kap_toolpath::clear_key_strings();
     key_strings().insert("join_up");
     key_strings().insert("one_way");
     for (utString& s : cached_strings())

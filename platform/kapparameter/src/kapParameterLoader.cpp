@@ -7,10 +7,24 @@ kapParameterLoader::kapParameterLoader(kapParameterRoot& root, int version)
 
 kapParameterLoader::~kapParameterLoader() = default;
 
+const kapParameter* kapParameterLoader::resolve(const utString& key, const utString** current) {
+    if (!resolved_valid_ || resolved_key_ != key) {
+        resolved_key_ = key;
+        resolved_current_ = root_.lookup_key_synonym(key);
+        resolved_node_ = root_.find_node(resolved_current_);
+        resolved_valid_ = true;
+    }
+    if (current != nullptr) *current = &resolved_current_;
+    return resolved_node_;
+}
+
 int kapParameterLoader::load_par(const kapParameterKey& key, const utString& value) {
+    const utString* current = nullptr;
+    const kapParameter* found = resolve(key.str(), &current);
+    // Storing a value may move what a path resolves to (a reference followed on the way, a map
+    // rebuilt for the value): the next pair resolves afresh.
+    resolved_valid_ = false;
     auto& unrecognised = kapParameterUpdater::get_unrecognised_pars();
-    utString current = root_.lookup_key_synonym(key.str());
-    const kapParameter* found = root_.find_node(current);
     if (found == nullptr || found == &root_ || kapParameterMap::ut_dynamic_cast(found) != nullptr) {
         unrecognised[key.str()] = value;
         return 0;
@@ -21,11 +35,12 @@ int kapParameterLoader::load_par(const kapParameterKey& key, const utString& val
         unrecognised[key.str()] = value;
         return -1;
     }
-    loaded_.insert_last(std::move(current));
+    loaded_.insert_last(std::move(resolved_current_));
     return 1;
 }
 
 void kapParameterLoader::define_par(const kapParameterKey& key, kapParameterPtr par) {
+    resolved_valid_ = false;
     root_.add(key, par);
 }
 
@@ -39,6 +54,7 @@ void kapParameterLoader::associate(const kapParameterKey& key, const kapUniqueId
 }
 
 void kapParameterLoader::finalise_loading() {
+    resolved_valid_ = false;
     root_.set_modified(false);
 }
 

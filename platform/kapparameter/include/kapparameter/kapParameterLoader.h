@@ -43,10 +43,25 @@ class kapParameterLoader {
     // The current keys of the pairs stored so far, in the order met.
     const utStringcoSList& loaded_keys() const noexcept { return loaded_; }
 
+    // The parameter that `load_par` of the base would store `key` in, before any rewrite: the
+    // node (or null) at the root's synonym of `key`, that current key in `current`. The last
+    // key resolved is remembered until the next pair is stored or the tree changes shape
+    // through the loader, so that a reader asking first and the load that follows find the
+    // parameter once.
+    const kapParameter* resolve(const utString& key, const utString** current = nullptr);
+    // Forgets the remembered key (call it after adding or removing parameters of the root).
+    void forget_resolved() noexcept { resolved_valid_ = false; }
+
   protected:
     kapParameterRoot& root_;
     int version_;
     utStringcoSList loaded_;
+
+  private:
+    utString resolved_key_;
+    utString resolved_current_;
+    const kapParameter* resolved_node_ = nullptr;
+    bool resolved_valid_ = false;
 };
 
 // One step of a version chain: migrates the root from version N to N + 1 and sets `version`.
