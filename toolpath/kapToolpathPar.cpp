@@ -1,6 +1,7 @@
 #include "kappar/kapToolpathPar.h"
 
 #include <algorithm>
+#include <cctype>
 #include <cmath>
 #include <string_view>
 #include <vector>
@@ -10,6 +11,7 @@
 #include "kappar/kapHistoryFactory.h"
 #include "kapparameter/kapEvaluator.h"
 
+#include "kapToolpathFuncs.h"
 #include "kapToolpathKeyStrings.h"
 #include "kapToolpathRead.h"
 
@@ -263,6 +265,57 @@ kapParameterPtr kapToolpathPar::lookup_method(const kapParameterKey& key) const 
         return length(kapMcParAreaClearAdaptive::get_optimum_max_noncutting_length(*this));
     }
     return kapParameterRoot::lookup_method(key);
+}
+
+// Functions that read nothing but parameter values and the shape of this tree and of the tool it
+// references (followed through the "Tool" reference):
+//   IsExternalStrategy, IsTurning, IsInspection, IsAdditive, SupportsContactNormals,
+//   SupportsCornerFilleting, SupportsCoinFitting, SupportsRoughCornerFilleting,
+//   SupportsRoughCoinFitting, SupportsCollisionCheck: the strategy and settings of the tree;
+//   IsMultiAxis: the same, and the activity of "CollisionAvoidance" (asked afresh; a condition
+//   there that is unsure makes the call unsure);
+//   Turning.HolderAngleF, Turning.ToolOrientationF: the turning settings and the tool's insert.
+// Not so: UseOldFeatureSet (the version manager's levels).
+// Methods of lookup_method that read values only: projectionstrategy, tangentnormalavailable,
+// referencetoolaxisavailable and defaultplungewarning (expressions on this tree; the last one's
+// active() uses count as unsure all the same), defaultminimumpointspacing (the feed rates).
+// Not so: num_comp and hash (the host's toolpath), edits and previousedits (the history lists),
+// defaultminimumradius (the unit system), defaultnoncuttingmaxlength (the host's calculation).
+// None of the parameters they read has a callback on reading.
+bool kapToolpathPar::answers_from_values(kapMemberFn fn) const {
+    static constexpr kapMemberFn kFromValues[] = {
+        &parfunc_toolpath_IsExternalStrategy,
+        &parfunc_toolpath_IsTurning,
+        &parfunc_toolpath_IsInspection,
+        &parfunc_toolpath_IsAdditive,
+        &parfunc_toolpath_IsMultiAxis,
+        &parfunc_toolpath_SupportsContactNormals,
+        &parfunc_toolpath_SupportsCornerFilleting,
+        &parfunc_toolpath_SupportsCoinFitting,
+        &parfunc_toolpath_SupportsRoughCornerFilleting,
+        &parfunc_toolpath_SupportsRoughCoinFitting,
+        &parfunc_toolpath_SupportsCollisionCheck,
+        &parfunc_toolpath_Turning_HolderAngleF,
+        &parfunc_toolpath_Turning_ToolOrientationF,
+    };
+    return fn != nullptr &&
+           std::find(std::begin(kFromValues), std::end(kFromValues), fn) != std::end(kFromValues);
+}
+
+bool kapToolpathPar::method_answers_from_values(std::string_view name) const {
+    static constexpr std::string_view kFromValues[] = {
+        "projectionstrategy",   "tangentnormalavailable",     "referencetoolaxisavailable",
+        "defaultplungewarning", "defaultminimumpointspacing",
+    };
+    for (std::string_view m : kFromValues) {
+        if (m.size() == name.size() &&
+            std::equal(m.begin(), m.end(), name.begin(), [](char a, char b) {
+                return a == std::tolower(static_cast<unsigned char>(b));
+            })) {
+            return true;
+        }
+    }
+    return false;
 }
 
 // ---------------------------------------------------------------------------------------------

@@ -148,6 +148,8 @@ class KAPPAR_API kapToolpathPar : public kapEntityRoot<kapToolpathPar> {
     // "referencetoolaxisavailable", "defaultminimumradius", "defaultminimumpointspacing",
     // "defaultnoncuttingmaxlength". Anything else goes to the framework.
     kapParameterPtr lookup_method(const kapParameterKey& key) const override;
+    bool answers_from_values(kapMemberFn fn) const override;
+    bool method_answers_from_values(std::string_view name) const override;
 
     // The strategy is a probing one ("surface_inspection", "hole_inspection").
     bool is_probing() const;

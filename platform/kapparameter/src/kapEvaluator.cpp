@@ -270,8 +270,15 @@ const kapExprCompiled* compiled_value(const kapValueText& t,
 // it finds the root of the tree it is in (a copied tree answers for the copy); a free-standing
 // one (an answer of lookup_method) on the parameter it was made for. A function that is already
 // running on this thread, or calls nested too deeply, answer an error instead of recursing.
-kapParameterPtr invoke(const kapParameterMemberFunction& f, const kapParameterPtr& args) {
-    unsure();
+// The call is unsure unless the root of the function's tree says it answers from the values of
+// parameter trees alone (`from_values`: the caller knows so already).
+kapParameterPtr invoke(const kapParameterMemberFunction& f, const kapParameterPtr& args,
+                       bool from_values = false) {
+    if (!from_values) {
+        const kapParameterRoot* root =
+            f.parent() != nullptr ? kapParameterRoot::get_root(&f) : nullptr;
+        if (root == nullptr || !root->answers_from_values(f.function())) unsure();
+    }
     const Nested nested;
     kapExprGuard guard(&f);
     if (!guard.ok()) {
@@ -333,10 +340,15 @@ class kapTreeScope final : public kapExprScope {
                                         "unknown name '" + std::string(path.text) + "'");
     }
 
+    // A call is unsure only through what it reaches: a member function or a root's method that
+    // reads more than the values of parameter trees, a function that no entity owns, the global
+    // scope.
     kapExprValue call(const kapExprPath& fn, std::span<const kapExprValue> args) const override {
-        unsure();
-        // Arguments travel as a list of plain values.
-        kapParameterPtr list(new kapParameterList());
+        // Arguments travel as a list of plain values. Member functions called without any are
+        // given none, as when they are read by name; making and dropping a list would count as
+        // a change of the trees and end every remembered activity answer.
+        kapParameterPtr list;
+        if (!args.empty()) list = kapParameterPtr(new kapParameterList());
         auto* l = static_cast<kapParameterList*>(list.pointer());
         for (const auto& a : args) {
             const kapExprValue v = kapExpr::to_plain(a);
@@ -384,6 +396,8 @@ class kapTreeScope final : public kapExprScope {
             // Last, a function that no entity owns ("cusp_from_stepover(Stepover;Tool)").
             if (lone) {
                 if (kapMemberFn f = kapEvaluator::find_function(comps.back().text)) {
+                    unsure();
+                    if (!list) list = kapParameterPtr(new kapParameterList());
                     const Nested nested;
                     return from_parameter(f(*owner_, list), this);
                 }
@@ -493,10 +507,12 @@ class kapTreeScope final : public kapExprScope {
         if (base->is_ref_node()) base = base->follow();
         const kapParameterRoot* root = kapParameterRoot::get_root(base);
         if (root == nullptr) return {};
+        const bool from_values = root->method_answers_from_values(name.text);
+        if (!from_values) unsure();
         kapParameterPtr m = root->lookup_method(kapParameterKey(name.text));
         if (!m) return {};
         if (auto* f = kapParameterMemberFunction::ut_dynamic_cast(m.pointer())) {
-            return from_parameter(invoke(*f, args), this);
+            return from_parameter(invoke(*f, args, from_values), this);
         }
         return from_parameter(m, this);
     }
@@ -642,7 +658,8 @@ kapParameterPtr kapEvaluator::evaluate(const utString& text) const {
     if (scope_ == nullptr) return kapParameterError::create(kapErrGeneric, "no scope");
     auto compiled = kapExpr::compile(text);
     if (!compiled->ok()) return to_parameter(kapExprValue::from_error(compiled->error()));
-    unsure();
+    // Unsure only through what the evaluation meets (calls, activity, the global scope...): a
+    // root's method answered by an expression on its own tree stays a read of values.
     const Nested nested;
     kapTreeScope scope(scope_, /*inside=*/true);
     const kapExprValue v = compiled->evaluate(scope);
@@ -662,11 +679,15 @@ bool evaluate_active(const kapParameter& par, const kapExprCompiled* compiled, b
     // A pinned declaration keeps its compiled condition for the life of the process.
     const kapTreeScope scope(&par, /*inside=*/false, lasting ? compiled : nullptr);
     // Activity that reads itself (through active(), or through a function that asks) is a cycle:
-    // it counts as active. A condition that calls nothing cannot come back here.
+    // it counts as active. A condition that calls nothing cannot come back here. active() is
+    // unsure; a call is unsure only when what it calls is.
     if (compiled->uses_active() || !compiled->calls().empty()) {
-        unsure();
+        if (compiled->uses_active()) unsure();
         kapExprGuard guard(reinterpret_cast<const char*>(&par) + 1);
-        if (!guard.ok()) return true;
+        if (!guard.ok()) {
+            unsure();
+            return true;
+        }
         return compiled->evaluate_condition(scope) != 0;  // an error hides nothing
     }
     return compiled->evaluate_condition(scope) != 0;

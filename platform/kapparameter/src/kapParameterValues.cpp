@@ -31,7 +31,8 @@ std::string_view trim(std::string_view s) {
 kapParameterNumeric::kapParameterNumeric(kapParameterSubType subtype, const kapDimensions& dims,
                                          double value) {
     impl_ = kap_blank_impl(1, subtype, dims.standard());
-    store(value);
+    // A new node is in no tree yet: no remembered activity answer can have read it.
+    store(value, /*seen=*/false);
 }
 
 kapParameterPtr kapParameterNumeric::create_bool(int value) {
@@ -48,7 +49,7 @@ void kapParameterNumeric::set_range(const kapRange& range) {
     impl.has_range = true;
 }
 
-bool kapParameterNumeric::store(double v) {
+bool kapParameterNumeric::store(double v, bool seen) {
     const auto st = impl_->subtype;
     if (st == kapSubTypeFlag) {
         v = (v != 0.0 && !std::isnan(v)) ? 1.0 : 0.0;
@@ -57,7 +58,7 @@ bool kapParameterNumeric::store(double v) {
         v = std::nearbyint(v);
     }
     clear_extra();
-    kap_activity_changed();
+    if (seen) kap_activity_changed();
     slot_.number = v;
     return true;
 }

@@ -6,6 +6,7 @@
 
 #include "containers/co.h"
 #include "kapparameter/kapParameterMap.h"
+#include "kapparameter/kapParameterValues.h"
 
 class kapParameterLoader;
 class kapParameterUpdater;
@@ -37,6 +38,13 @@ class kapParameterRoot : public kapParameterMap {
     virtual utString lookup_key_synonym(const utString& key) const { return key; }
     // A member-function parameter for a function name used in expressions; empty when unknown.
     virtual kapParameterPtr lookup_method(const kapParameterKey& key) const;
+    // Whether the member function `fn` called on a parameter of this tree, or the answer of
+    // lookup_method for the function `name` (letter case ignored), depends on nothing but the
+    // values of parameter trees and their shape: no host state, hooks, version levels, clocks or
+    // globals. Activity conditions calling such functions have their answers remembered until
+    // a value or the structure of any tree changes. This base says so of none.
+    virtual bool answers_from_values(kapMemberFn) const { return false; }
+    virtual bool method_answers_from_values(std::string_view) const { return false; }
     // The id that locks `par`; an empty id leaves it unlocked even while the root is locked.
     virtual kapObjectId get_lock_id_imp(const kapParameter&) const { return id_; }
 

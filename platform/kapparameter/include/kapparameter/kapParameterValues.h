@@ -41,7 +41,7 @@ class kapParameterNumeric : public kapParameter {
 
   protected:
     kapParameterNumeric(const kapParameterNumeric& o) = default;
-    bool store(double v);
+    bool store(double v, bool seen = true);
 };
 
 // Enumeration: states of (key, label, description) in display order; the value is a state key.
