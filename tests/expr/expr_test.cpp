@@ -195,7 +195,7 @@ TEST_F(ExprEval, TextsAndTheirAnswers) {
         // arithmetic and built-ins
         {"1+2*3", 7.0},          {"(1+2)*3", 9.0},        {"10-4-3", 3.0},         {"8/4/2", 1.0},
         {"2*3-4/2", 4.0},        {"-2*3", -6.0},          {"-(2+3)", -5.0},        {"+4", 4.0},
-        {"--4", 4.0},            {"2*-3", -6.0},          {"1e-3", 0.001},       {".5", 0.5},
+        {"--4", 4.0},            {"2*-3", -6.0},          {"1e-3", 0.001},       {"-.5", -0.5},        {"2-.5", 1.5},       {".5", 0.5},
         {"5.", 5.0},             {"1.5E+2", 150.0},       {"2e2*1", 200.0},        {"Tolerance*100", 2.0},
         {"2*Rootpar.Tolerance", 0.2},                 {"max(0.3;2*Rootpar.Tolerance)", 0.3},
         {"max(0.3,2*RootPar.Tolerance)", 0.3},        {"max(0.01;2*ROOTPAR.TOLERANCE)", 0.2},
@@ -630,6 +630,9 @@ TEST(ExprText, ParseAndFormatNumbers) {
         {"\t-4 ", true, -4},
         {"1e999", false, 0},
         {".", false, 0},
+        {"-.5", true, -0.5},
+        {"-.", false, 0},
+        {"+.5e1", true, 5},
     };
     for (const Read& r : reads) {
         double v = -99;
