@@ -197,6 +197,7 @@ TEST_F(ExprEval, TextsAndTheirAnswers) {
         {"2*3-4/2", 4.0},        {"-2*3", -6.0},          {"-(2+3)", -5.0},        {"+4", 4.0},
         {"--4", 4.0},            {"2*-3", -6.0},          {"1e-3", 0.001},       {"-.5", -0.5},        {"2-.5", 1.5},       {".5", 0.5},
         {"5.", 5.0},             {"1.5E+2", 150.0},       {"2e2*1", 200.0},        {"Tolerance*100", 2.0},
+        {"Tolerance/4", 0.005},  // not folded: the division is run
         {"2*Rootpar.Tolerance", 0.2},                 {"max(0.3;2*Rootpar.Tolerance)", 0.3},
         {"max(0.3,2*RootPar.Tolerance)", 0.3},        {"max(0.01;2*ROOTPAR.TOLERANCE)", 0.2},
         {"5*Tolerance- 0.5", -0.4},                   {"Five * 2", 10.0},
