@@ -175,6 +175,9 @@ TEST_F(ExprEval, TextsAndTheirAnswers) {
         {"'a' <= 'a'", true},               {"'b' >= 'a'", true},      {"'b' > 'a'", true},
         {"1 < 2", true},                    {"2 <= 2", true},          {"3 > 2", true},
         {"2 >= 3", false},                  {"0.1 + 0.2 == 0.3", false},  // exact comparison
+        // the same comparisons on a parameter, where they are not folded
+        {"Tolerance > 0.02", false},  {"Tolerance >= 0.02", true},  {"Tolerance < 0.02", false},
+        {"Tolerance <= 0.02", true},  {"Tolerance != 0.02", false}, {"Tolerance > 0.01", true},
         {"Empty", false},                   {"!Empty", true},
         {"true", true},                     {"FALSE", false},          {"(false)", false},
         {"TRUE AND True", true},
