@@ -298,6 +298,23 @@ TEST_F(Binding, NamesResolveAmongSiblingsThenOutwardToTheRoot) {
         });
 }
 
+// Conditions on a tree take the quick road: comparisons at their boundary and divisions that are
+// not folded must answer as the full evaluation does (a failing condition would show active).
+TEST_F(Binding, QuickConditionsOnATreeAgreeAtTheirBoundaries) {
+    kapParameter& r = *toolpath;
+    // clang-format off
+    const std::pair<const char*, bool> cases[] = {
+        {"Tolerance > 0.1", false},  {"Tolerance >= 0.1", true},  {"Tolerance < 0.1", false},
+        {"Tolerance <= 0.1", true},  {"Tolerance != 0.1", false}, {"Tolerance/4 > 1", false},
+        {"Tolerance/4 < 1", true},
+    };
+    // clang-format on
+    for (const auto& [text, active] : cases) {
+        kapParameter* p = put(r, "Probe", number(1), text);
+        EXPECT_EQ(p->is_active(), active) << text;
+    }
+}
+
 TEST_F(Binding, TheTreeComesBeforeLookupMethodWhichComesBeforeTheGlobalScope) {
     run(toolpath, {
                       {"", "shadowed", 1.0},  // a child of that name
