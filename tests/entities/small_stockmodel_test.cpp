@@ -151,20 +151,4 @@ TEST(StockModelStates, CallbackReceivesTheStockModelsOwnId) {
     EXPECT_TRUE(kapStockModelPar("U").last_states().empty());
 }
 
-TEST(StockModelStates, ReplacingTheCallbackDestroysThePreviousOne) {
-    StateCallbackReset reset;
-    auto token = std::make_shared<int>(1);
-    std::weak_ptr<int> watch = token;
-    kapStockModelPar::set_get_state_param_callback(
-        [token](const kapRefToObjectId&) { return kapParameterPtr(new kapParameterString("a")); });
-    token.reset();
-    EXPECT_FALSE(watch.expired());
-    kapStockModelPar s("S");
-    EXPECT_EQ(s.lookup_method(kapParameterKey("states"))->get_string(), "a");
-    kapStockModelPar::set_get_state_param_callback(
-        [](const kapRefToObjectId&) { return kapParameterPtr(new kapParameterString("b")); });
-    EXPECT_TRUE(watch.expired());
-    EXPECT_EQ(s.lookup_method(kapParameterKey("states"))->get_string(), "b");
-}
-
 }  // namespace

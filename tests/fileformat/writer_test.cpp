@@ -219,39 +219,13 @@ class DocumentGenerator {
     }
 
     std::string value() {
-        static const std::string kPieces[] = {"a",
-                                              "Z",
-                                              "0",
-                                              " ",
-                                              "  ",
-                                              "=",
-                                              "#",
-                                              "'",
-                                              "\"",
-                                              "\\",
-                                              "\\u0041",
-                                              "\\n",
-                                              "\n",
-                                              "\t",
-                                              "\r",
-                                              "\r\n",
-                                              "\0"s,
-                                              "\x01",
-                                              "\x1b",
-                                              "\x1f",
-                                              "\x7f",
-                                              "\xC2\x80",
-                                              "\xC2\x9F",
-                                              "\xC2\xA0",
-                                              "\xC3\xA9",
-                                              "\xE2\x82\xAC",
-                                              "\xEF\xBF\xBD",
-                                              "\xEF\xBB\xBF",
-                                              "\xF0\x9F\x98\x80",
-                                              "\xF4\x8F\xBF\xBF",
-                                              "(0;0;1)",
-                                              "2*Rootpar.Tolerance",
-                                              "${x}"};
+        // clang-format off
+        static const std::string kPieces[] = {
+            "a", "Z", "0", " ", "  ", "=", "#", "'", "\"", "\\", "\\u0041", "\\n", "\n", "\t",
+            "\r", "\r\n", "\0"s, "\x01", "\x1b", "\x1f", "\x7f", "\xC2\x80", "\xC2\x9F",
+            "\xC2\xA0", "\xC3\xA9", "\xE2\x82\xAC", "\xEF\xBF\xBD", "\xEF\xBB\xBF",
+            "\xF0\x9F\x98\x80", "\xF4\x8F\xBF\xBF", "(0;0;1)", "2*Rootpar.Tolerance", "${x}"};
+        // clang-format on
         std::string s;
         for (int n = pick_int(0, 3) == 0 ? 0 : pick_int(1, 12); n > 0; --n) {
             s += kPieces[pick_int(0, std::size(kPieces) - 1)];
@@ -286,21 +260,12 @@ TEST(RoundTrip, GeneratedDocumentsReadBackExactlyAndWriteStably) {
 
 TEST(RoundTrip, EverySingleCodePointClassSurvives) {
     // One value per boundary of the UTF-8 encoding and of the escaped ranges.
-    const std::string values[] = {"\0"s,
-                                  "\x1f",
-                                  " ",
-                                  "~",
-                                  "\x7f",
-                                  "\xC2\x80",
-                                  "\xC2\x9F",
-                                  "\xC2\xA0",
-                                  "\xDF\xBF",
-                                  "\xE0\xA0\x80",
-                                  "\xED\x9F\xBF",
-                                  "\xEE\x80\x80",
-                                  "\xEF\xBF\xBF",
-                                  "\xF0\x90\x80\x80",
-                                  "\xF4\x8F\xBF\xBF"};
+    // clang-format off
+    const std::string values[] = {
+        "\0"s, "\x1f", " ", "~", "\x7f", "\xC2\x80", "\xC2\x9F", "\xC2\xA0",
+        "\xDF\xBF", "\xE0\xA0\x80", "\xED\x9F\xBF", "\xEE\x80\x80", "\xEF\xBF\xBF", "\xF0\x90\x80\x80",
+        "\xF4\x8F\xBF\xBF"};
+    // clang-format on
     kapFileDocument doc;
     doc.kind = "k";
     for (std::size_t i = 0; i < std::size(values); ++i) {

@@ -181,6 +181,18 @@ TEST(Blocks, CopiesOfCopiesAreIndependent) {
     }
 }
 
+// A copy made after the tree's shape changed below the top copies the changed shape.
+TEST(Blocks, CopiesOfAReshapedTreeTakeTheNewShape) {
+    auto root = instance();
+    root->add("Block.Extra", number(7));
+    ASSERT_TRUE(root->remove("Block.Limits.XMax"));
+    std::unique_ptr<kapParameter> copy(root->create_new());
+    EXPECT_EQ(dump(*copy), dump(*root));
+    EXPECT_DOUBLE_EQ(copy->find("Block.extra")->get_double(), 7);
+    EXPECT_TRUE(copy->find("Block.Limits.XMax")->is_error());
+    EXPECT_DOUBLE_EQ(copy->find("Block.lims.XMin")->get_double(), -5);
+}
+
 TEST(Blocks, AssignmentReplacesTheTree) {
     auto a = instance();
     auto b = instance();
@@ -268,13 +280,13 @@ TEST(Blocks, RenamedChildrenAreFoundByTheirNewNames) {
 }
 
 // Sealed maps too large for the child index (too many children, or too many bytes of names) are
-// searched child by child, and answer the same.
+// searched child by child, and answer the same as an indexed one.
 TEST(Blocks, MapsBeyondTheIndexAreSearchedInFull) {
     struct Case {
         int children;
         std::size_t name_length;
     };
-    for (const Case& c : {Case{70000, 6}, Case{3000, 200}, Case{100, 200}}) {
+    for (const Case& c : {Case{70000, 6}, Case{3000, 200}, Case{100, 200}, Case{40, 3}}) {
         static auto* const prototypes = new std::vector<kapParameterMap*>();
         auto* proto = new kapParameterMap();
         prototypes->push_back(proto);
@@ -300,6 +312,11 @@ TEST(Blocks, MapsBeyondTheIndexAreSearchedInFull) {
                 EXPECT_DOUBLE_EQ(found->get_double(), i);
             }
             EXPECT_EQ(map->find_child(name_of(c.children)), nullptr) << c.children;
+            // Names of other lengths are not found either, whatever their place in the index.
+            for (int i = 0; i < 40; ++i) {
+                const std::string absent = std::string(1 + i % 9, 'q') + std::to_string(i);
+                EXPECT_EQ(map->find_child(absent), nullptr) << c.children << " " << absent;
+            }
         }
     }
 }

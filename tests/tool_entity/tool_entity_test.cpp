@@ -145,34 +145,6 @@ TEST(ToolFunctions, TurningTypeAndModelHolderDecideActivity) {
     EXPECT_FALSE(tool["TurningHolder.TipToBack"]->is_active());
 }
 
-// Every activity condition evaluates to a flag, whatever the type.
-TEST(ToolSchema, ActivityEvaluatesForEveryType) {
-    kapToolPar tool("T");
-    const auto* type = kapParameterEnum::ut_dynamic_cast(tool["Type"].pointer());
-    ASSERT_NE(type, nullptr);
-    EXPECT_EQ(type->num_states(), 17);
-    std::vector<const kapParameter*> nodes;
-    std::vector<const kapParameter*> todo{&tool};
-    while (!todo.empty()) {
-        const auto* map = kapParameterMap::ut_dynamic_cast(todo.back());
-        todo.pop_back();
-        if (map == nullptr) continue;
-        for (const auto& c : map->children()) {
-            if (!c->get_active().empty()) nodes.push_back(c.pointer());
-            todo.push_back(c.pointer());
-        }
-    }
-    EXPECT_GT(nodes.size(), 40u);
-    for (int s = 0; s < type->num_states(); ++s) {
-        tool["Type"]->set_string(type->state(s).key);
-        for (const kapParameter* p : nodes) {
-            const kapParameter* scope = p->is_map() ? p->parent() : p;
-            const kapParameterPtr v = kapEvaluator(scope).evaluate(p->get_active());
-            ASSERT_TRUE(v && !v->is_error()) << type->state(s).key << ": " << p->get_active();
-        }
-    }
-}
-
 // The tables each kind gets; a rebuild keeps what the tool holds.
 TEST(ToolCuttingData, TablesPerKind) {
     const char* milling = "AxialDepthOfCut.finishing.general";

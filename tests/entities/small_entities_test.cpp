@@ -1,0 +1,231 @@
+// The small entities: fresh values, unit-dependent defaults, loading by name and legacy key,
+// the update lists, and the members of their own that copies keep.
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "kappar/kapDrillingHolePar.h"
+#include "kappar/kapLevelPar.h"
+#include "kappar/kapModelPar.h"
+#include "kappar/kapPatternPar.h"
+#include "kappar/kapStockModelPar.h"
+#include "kappar/kapWorkplanePar.h"
+
+namespace {
+
+// Value texts of every leaf, by path.
+void collect_values(const kapParameter& par, const std::string& path,
+                    std::vector<std::pair<std::string, std::string>>& out) {
+    const auto* map = kapParameterMap::ut_dynamic_cast(&par);
+    if (map == nullptr) {
+        out.emplace_back(path, par.get_value_text());
+        return;
+    }
+    for (std::size_t i = 0; i < map->size(); ++i) {
+        const kapParameter& c = *map->child(i);
+        collect_values(c, path + "/" + c.get_name(), out);
+    }
+}
+std::vector<std::pair<std::string, std::string>> values_of(const kapParameter& par) {
+    std::vector<std::pair<std::string, std::string>> out;
+    collect_values(par, "", out);
+    return out;
+}
+
+TEST(WorkplaneSchema, FreshWorkplaneIsTheWorldFrame) {
+    kapWorkplanePar w("W");
+    struct Case {
+        const char* path;
+        const char* text;
+    };
+    // clang-format off
+    const Case cases[] = {
+        {"Origin", "(0;0;0)"}, {"XAxis", "(1;0;0)"}, {"YAxis", "(0;1;0)"}, {"ZAxis", "(0;0;1)"},
+        {"XAngle", "0"}, {"YAngle", "0"}, {"ZAngle", "0"}, {"Elevation", "0"}, {"Azimuth", "0"},
+        {"VNAutoLock", "0"},
+    };
+    // clang-format on
+    ASSERT_EQ(w.size(), std::size(cases));
+    for (std::size_t i = 0; i < std::size(cases); ++i) {
+        SCOPED_TRACE(cases[i].path);
+        EXPECT_EQ(w.child(i)->get_name(), cases[i].path);  // declaration order
+        EXPECT_EQ(w[cases[i].path]->get_value_text(), cases[i].text);
+        EXPECT_TRUE(w[cases[i].path]->is_valid());
+    }
+    EXPECT_FALSE(w["VNAutoLock"]->get_int());
+    EXPECT_DOUBLE_EQ(w["ZAxis[2]"]->get_double(), 1.0);
+}
+
+TEST(LevelSchema, ClampIsActiveOnlyForLevels) {
+    kapLevelPar l("L");
+    EXPECT_TRUE(l["IsClamp"]->is_active());
+    ASSERT_TRUE(l["Type"]->set_string("set"));
+    EXPECT_FALSE(l["IsClamp"]->is_active());
+    EXPECT_TRUE(l["Type"]->is_active());
+    ASSERT_TRUE(l["Type"]->set_string("level"));
+    EXPECT_TRUE(l["IsClamp"]->is_active());
+}
+
+// An entity made in one unit system keeps its defaults when the system changes later.
+TEST(StockModelSchema, DefaultsFollowTheUnitSystemAtConstruction) {
+    std::unique_ptr<kapStockModelPar> metric;
+    {
+        kapUnitsScope scope(0);
+        metric = std::make_unique<kapStockModelPar>("M");
+    }
+    kapUnitsScope inch(1);
+    EXPECT_DOUBLE_EQ((*metric)["Tolerance"]->get_double(), 0.1);
+    EXPECT_DOUBLE_EQ((*metric)["Stepover"]->get_double(), 2.0);
+    const kapStockModelPar i("I");
+    EXPECT_DOUBLE_EQ(i["Tolerance"]->get_double(), 0.002);
+    EXPECT_DOUBLE_EQ(i["Stepover"]->get_double(), 0.06);
+}
+
+struct UpdaterCase {
+    const char* name;
+    const kapParameterSimpleUpdatercoSList* (*list)();
+    void (*create)();
+    kapParameterUpdateFn step;
+    kapParameterRoot* (*make)();
+};
+
+template <class Entity, class Updater>
+UpdaterCase updater_case(const char* name) {
+    return {name, &Updater::update_list, &Updater::create_updater_list,
+            &Updater::update_from_0_to_1, []() -> kapParameterRoot* { return new Entity("U"); }};
+}
+
+// The list that update builds on first use is the list create_updater_list builds; once built it
+// is kept: create_updater_list neither replaces nor refills it.
+TEST(SmallUpdaters, ListBuiltByUpdateEqualsCreatedList) {
+    const UpdaterCase cases[] = {
+        updater_case<kapWorkplanePar, kapWorkplaneParUpdater>("workplane"),
+        updater_case<kapLevelPar, kapLevelParUpdater>("level"),
+        updater_case<kapPatternPar, kapPatternParUpdater>("pattern"),
+        updater_case<kapModelPar, kapModelParUpdater>("model"),
+        updater_case<kapStockModelPar, kapStockModelParUpdater>("stockmodel"),
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        std::unique_ptr<kapParameterRoot> root(c.make());
+        root->get_updater()->update(0, *root, utStringcoSList());
+        EXPECT_EQ(root->version(), 1);
+        ASSERT_NE(c.list(), nullptr);
+        const kapParameterSimpleUpdatercoSList lazy = *c.list();
+        ASSERT_EQ(lazy.size(), 1u);
+        EXPECT_EQ(lazy[0], c.step);
+        const kapParameterSimpleUpdatercoSList* built = c.list();
+        c.create();
+        c.create();
+        EXPECT_EQ(c.list(), built);
+        EXPECT_EQ(*c.list(), lazy);
+    }
+}
+
+TEST(SmallUpdaters, WorkplaneFromVersionZeroKeepsItsValues) {
+    kapWorkplanePar w("W");
+    auto& unrecognised = kapParameterUpdater::get_unrecognised_pars();
+    unrecognised.clear();
+    std::unique_ptr<kapParameterLoader> loader(w.create_loader(kapPtrClaim{}, 0));
+    ASSERT_NE(loader, nullptr);
+    EXPECT_EQ(loader->load_par(kapParameterKey("origin"), "(10;-2.5;3)"), 1);
+    EXPECT_EQ(loader->load_par(kapParameterKey("XAxis"), "(0;1;0)"), 1);
+    EXPECT_EQ(loader->load_par(kapParameterKey("yaxis"), "(-1;0;0)"), 1);
+    EXPECT_EQ(loader->load_par(kapParameterKey("Azimuth"), "30"), 1);
+    EXPECT_EQ(loader->load_par(kapParameterKey("vnautolock"), "1"), 1);
+    loader->finalise_loading();
+    w.set_version(0);
+    const auto before = values_of(w);
+    w.get_updater()->update(0, w, utStringcoSList());
+    EXPECT_EQ(w.version(), 1);
+    EXPECT_EQ(values_of(w), before);
+    EXPECT_EQ(w["Origin"]->get_string(), "(10;-2.5;3)");
+    EXPECT_DOUBLE_EQ(w["Azimuth"]->get_double(), 30.0);
+    EXPECT_EQ(w["VNAutoLock"]->get_int(), 1);
+    EXPECT_TRUE(unrecognised.empty());
+}
+
+// Loading finds a parameter by its name and by its legacy key, in any letter case; pairs the
+// schema does not hold are kept.
+TEST(SmallLoaders, KeysFoundByNameAndLegacyKey) {
+    struct Case {
+        const char* key;
+        const char* value;
+        const char* path;
+    };
+    // clang-format off
+    const Case cases[] = {
+        {"XAxis",     "(0;0;1)", "XAxis"},
+        {"xaxis",     "(0;1;0)", "XAxis"},
+        {"ZANGLE",    "45",      "ZAngle"},
+        {"elevation", "12.5",    "Elevation"},
+        {"Elevation", "7",       "Elevation"},
+    };
+    // clang-format on
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.key);
+        kapWorkplanePar w("W");
+        std::unique_ptr<kapParameterLoader> loader(w.create_loader(kapPtrClaim{}, 1));
+        EXPECT_EQ(loader->load_par(kapParameterKey(c.key), c.value), 1);
+        const kapParameter* p = w.find_node(c.path);
+        ASSERT_NE(p, nullptr);
+        EXPECT_EQ(p->get_value_text(), c.value);
+    }
+    kapParameterUpdater::get_unrecognised_pars().clear();
+    kapStockModelPar s("S");
+    std::unique_ptr<kapParameterLoader> loader(s.create_loader(kapPtrClaim{}, 1));
+    EXPECT_EQ(loader->load_par(kapParameterKey("thresholdthickness"), "0.5"), 1);
+    EXPECT_EQ(loader->load_par(kapParameterKey("block.radius"), "4"), 0);
+    EXPECT_DOUBLE_EQ(s["ThresholdThickness"]->get_double(), 0.5);
+    EXPECT_EQ(kapParameterUpdater::get_unrecognised_pars()["block.radius"], "4");
+    kapParameterUpdater::get_unrecognised_pars().clear();
+}
+
+// Own members: the pointers of workplanes and patterns start null and are copied.
+TEST(SmallMembers, WorkplaneAndPatternPointersAreCopied) {
+    const McWorkPlane host_wp(
+        "Top", giWorkplane3(giPoint3(1, 2, 3), giVector3(1, 0, 0), giVector3(0, 1, 0)));
+    kapPattern host_pattern("Holes");
+    host_pattern.add_point(giPoint3(5, 5, 0));
+
+    kapWorkplanePar w("W");
+    EXPECT_EQ(w.get_workplane(), nullptr);
+    w.set_workplane(&host_wp);
+    std::unique_ptr<kapParameter> wc(w.create_new());
+    auto* wcopy = kapWorkplanePar::ut_dynamic_cast(wc.get());
+    ASSERT_NE(wcopy, nullptr);
+    EXPECT_EQ(wcopy->get_workplane(), &host_wp);
+    EXPECT_EQ(kapWorkplanePar(w).get_workplane(), &host_wp);
+    wcopy->set_workplane(nullptr);
+    EXPECT_EQ(w.get_workplane(), &host_wp);
+
+    kapPatternPar p("P");
+    EXPECT_EQ(p.get_pattern(), nullptr);
+    p.set_pattern(&host_pattern);
+    std::unique_ptr<kapParameter> pc(p.create_new());
+    auto* pcopy = kapPatternPar::ut_dynamic_cast(pc.get());
+    ASSERT_NE(pcopy, nullptr);
+    EXPECT_EQ(pcopy->get_pattern(), &host_pattern);
+    EXPECT_EQ(pcopy->get_pattern()->size(), 1u);
+    // A copy is never re-declared: it keeps the values written before copying.
+    w["Elevation"]->set_double(15);
+    kapWorkplanePar w2(w);
+    EXPECT_DOUBLE_EQ(w2["Elevation"]->get_double(), 15.0);
+}
+
+TEST(SmallMembers, DrillingHoleAndPatternDeclareNoParameters) {
+    kapDrillingHolePar h("H");
+    kapPatternPar p("P");
+    EXPECT_EQ(h.size(), 0u);
+    EXPECT_EQ(p.size(), 0u);
+    EXPECT_TRUE(h["Anything"]->is_error());
+    p.reset();
+    h.reset();
+    EXPECT_EQ(h.size(), 0u);
+    EXPECT_EQ(p.size(), 0u);
+}
+
+}  // namespace
