@@ -9,24 +9,12 @@ namespace {
 
 using B = kapParameterBinding;
 
-// One step down, as evaluation takes it, but never through a reference: null when the step
-// leads nowhere or passes one.
 const kapParameter* step(const kapParameter* node, const kapExprName& c) {
-    if (node->is_ref_node() || !node->is_map()) return nullptr;
-    const auto* map = static_cast<const kapParameterMap*>(node);
-    if (c.is_index()) {
-        const auto i = static_cast<std::size_t>(c.index);
-        return i < map->size() ? map->child(i).pointer() : nullptr;
-    }
-    return map->find_child(c.text);
+    return kap_step(node, c, /*follow=*/false);
 }
 
 const kapParameter* walk(const kapParameter* node, std::span<const kapExprName> comps) {
-    for (const auto& c : comps) {
-        node = step(node, c);
-        if (node == nullptr) return nullptr;
-    }
-    return node;
+    return kap_walk(node, comps, /*follow=*/false);
 }
 
 // The node `path` names from `level` as evaluation finds it (siblings first, then outward;

@@ -15,11 +15,40 @@
 // thread at a time); compiled forms bound are those that live for the process (a value's kept
 // form, a declaration's condition, which goes only with a structural change).
 
+#include <cstddef>
 #include <cstdint>
+#include <span>
 
 #include "kapEvalHooks.h"
 #include "kapExprRun.h"
 #include "kapparameter/kapParameter.h"
+
+// One step down a name path as evaluation takes it: an index or a child's name. A reference on
+// the way is followed when `follow` is set; otherwise the step stops there (null), as a binding
+// never passes one.
+inline const kapParameter* kap_step(const kapParameter* node, const kapExprName& c, bool follow) {
+    if (node->is_ref_node()) {
+        if (!follow) return nullptr;
+        node = node->follow();
+        if (node == nullptr) return nullptr;
+    }
+    if (!node->is_map()) return nullptr;
+    const auto* map = static_cast<const kapParameterMap*>(node);
+    if (c.is_index()) {
+        const auto i = static_cast<std::size_t>(c.index);
+        return i < map->size() ? map->child(i).pointer() : nullptr;
+    }
+    return map->find_child(c.text);
+}
+
+inline const kapParameter* kap_walk(const kapParameter* node, std::span<const kapExprName> comps,
+                                    bool follow) {
+    for (const auto& c : comps) {
+        node = kap_step(node, c, follow);
+        if (node == nullptr) return nullptr;
+    }
+    return node;
+}
 
 // One compiled form bound from one map.
 struct kapBoundExpr {

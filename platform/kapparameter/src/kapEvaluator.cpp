@@ -38,25 +38,11 @@ const kapParameter* as_par(const void* node) {
 // One step down a path: a child by name (letter case ignored, legacy keys too) or by index,
 // following a reference first.
 const kapParameter* descend(const kapParameter* node, const kapExprName& c) {
-    if (node->is_ref_node()) {
-        node = node->follow();
-        if (node == nullptr) return nullptr;
-    }
-    if (!node->is_map()) return nullptr;
-    const auto* map = static_cast<const kapParameterMap*>(node);
-    if (c.is_index()) {
-        const auto i = static_cast<std::size_t>(c.index);
-        return i < map->size() ? map->child(i).pointer() : nullptr;
-    }
-    return map->find_child(c.text);
+    return kap_step(node, c, /*follow=*/true);
 }
 
 const kapParameter* walk(const kapParameter* node, std::span<const kapExprName> comps) {
-    for (const auto& c : comps) {
-        node = descend(node, c);
-        if (node == nullptr) return nullptr;
-    }
-    return node;
+    return kap_walk(node, comps, /*follow=*/true);
 }
 
 kapExprValue from_parameter(const kapParameterPtr& p, const kapExprScope* scope);
