@@ -151,26 +151,6 @@ TEST(BoundaryFile, VersionOneContactConversionIsUpgradedAndKeepsWhatItDoesNotKno
     EXPECT_EQ((*second)["Block.Diameter"]->get_double(), 20.0);
 }
 
-TEST(BoundaryFile, LegacyKeysAndSynonymsFindTheirParameters) {
-    const char* text =
-        "kappar-entity 1\nkind \"boundary\"\nversion 3\nname \"B\"\n\n"
-        "stockmodel.id = \"41\"\n"         // synonym table
-        "block.limits.xmin = \"-12.5\"\n"  // legacy keys along the path
-        "THICKNESS = \"0.25\"\n"           // names ignore letter case
-        "ThicknessSetValues[16].Mode = \"ignore\"\n";
-    kapFileDocument doc;
-    kapFileError err;
-    ASSERT_TRUE(kap_read_entity_text(text, doc, err)) << err.message;
-    kapEntityLoadReport report;
-    auto b = kap_load_entity(doc, report, err);
-    ASSERT_NE(b, nullptr) << err.message;
-    EXPECT_EQ(report.loaded, 4);
-    EXPECT_EQ((*b)["StockModelState.StockModel"]->get_ref_id().value, 41u);
-    EXPECT_DOUBLE_EQ((*b)["Block.Limits.XMin"]->get_double(), -12.5);
-    EXPECT_DOUBLE_EQ((*b)["Thickness"]->get_double(), 0.25);
-    EXPECT_EQ((*b)["ThicknessSetValues[16].Mode"]->get_string(), "ignore");
-}
-
 // Two pairs that set one parameter: the first value is loaded, the second is reported with both
 // positions and kept as unrecognised, so saving writes it back and loading that changes nothing.
 struct DuplicateCase {

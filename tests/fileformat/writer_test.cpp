@@ -114,12 +114,6 @@ INSTANTIATE_TEST_SUITE_P(Table, MessageText, testing::Values(
     QuoteCase{"\xC3x\xff\x7f", R"(\xc3x\xff\x7f)"}));
 // clang-format on
 
-TEST(Writer, AppendQuotedAppends) {
-    std::string out = "x = ";
-    kap_append_quoted(out, "a\"");
-    EXPECT_EQ(out, R"(x = "a\"")");
-}
-
 TEST(Writer, InvalidUtf8IsRepairedSoTheTextAlwaysReads) {
     kapFileDocument doc;
     doc.kind = "k\xff";
@@ -224,7 +218,10 @@ class DocumentGenerator {
             "a", "Z", "0", " ", "  ", "=", "#", "'", "\"", "\\", "\\u0041", "\\n", "\n", "\t",
             "\r", "\r\n", "\0"s, "\x01", "\x1b", "\x1f", "\x7f", "\xC2\x80", "\xC2\x9F",
             "\xC2\xA0", "\xC3\xA9", "\xE2\x82\xAC", "\xEF\xBF\xBD", "\xEF\xBB\xBF",
-            "\xF0\x9F\x98\x80", "\xF4\x8F\xBF\xBF", "(0;0;1)", "2*Rootpar.Tolerance", "${x}"};
+            "\xF0\x9F\x98\x80", "\xF4\x8F\xBF\xBF", "(0;0;1)", "2*Rootpar.Tolerance", "${x}",
+            // the boundaries of each UTF-8 length and of the surrogate gap
+            "~", "\xDF\xBF", "\xE0\xA0\x80", "\xED\x9F\xBF", "\xEE\x80\x80", "\xEF\xBF\xBF",
+            "\xF0\x90\x80\x80"};
         // clang-format on
         std::string s;
         for (int n = pick_int(0, 3) == 0 ? 0 : pick_int(1, 12); n > 0; --n) {
@@ -256,25 +253,6 @@ TEST(RoundTrip, GeneratedDocumentsReadBackExactlyAndWriteStably) {
             ASSERT_EQ(back.pairs[k].column, 1);
         }
     }
-}
-
-TEST(RoundTrip, EverySingleCodePointClassSurvives) {
-    // One value per boundary of the UTF-8 encoding and of the escaped ranges.
-    // clang-format off
-    const std::string values[] = {
-        "\0"s, "\x1f", " ", "~", "\x7f", "\xC2\x80", "\xC2\x9F", "\xC2\xA0",
-        "\xDF\xBF", "\xE0\xA0\x80", "\xED\x9F\xBF", "\xEE\x80\x80", "\xEF\xBF\xBF", "\xF0\x90\x80\x80",
-        "\xF4\x8F\xBF\xBF"};
-    // clang-format on
-    kapFileDocument doc;
-    doc.kind = "k";
-    for (std::size_t i = 0; i < std::size(values); ++i) {
-        doc.pairs.push_back({"V" + std::to_string(i), values[i], 0, 0});
-    }
-    kapFileDocument back;
-    kapFileError err;
-    ASSERT_TRUE(kap_read_entity_text(kap_write_entity_text(doc), back, err)) << err.message;
-    EXPECT_TRUE(kap_same_entity_content(doc, back));
 }
 
 TEST(RoundTrip, SameContentIgnoresPositionsButNotOrder) {

@@ -84,9 +84,6 @@ TEST(ToolCallbacks, TipRadiusFollowsTheExactType) {
         EXPECT_DOUBLE_EQ(tool["TipRadius"]->get_double(), c.read) << c.type;
         EXPECT_FALSE(tool.get_modified()) << c.type << ": a read is no edit";
     }
-    kapToolPar mixed("T");
-    mixed["Type"]->set_string("End_Mill");
-    EXPECT_EQ(kapToolParUtils::tool_kind_from_parameter(mixed), kapToolKind::milling);
 }
 
 // Overhang against a rotating tool that keeps at least its cutting length out of the holder.

@@ -121,18 +121,6 @@ INSTANTIATE_TEST_SUITE_P(Texts, StepoverCuspPair, ::testing::Values(
     [](const auto& p) { return std::string(p.param.name); });
 // clang-format on
 
-TEST(ToolpathCallbacks, CuspFollowsStepoverThroughTheTool) {
-    kapToolpathPar tp("T");
-    const kapParameterPtr tool = make_tool("ball_nosed", 10, 0);
-    use_tool(tp, tool);
-    ASSERT_TRUE(tp.find("Stepover")->set_string("6"));
-    EXPECT_NEAR(tp.find("StepoverCusp")->get_double(), 1.0, 1e-12);
-    ASSERT_TRUE(tp.find("StepoverCusp")->set_string("2"));
-    EXPECT_NEAR(tp.find("Stepover")->get_double(), 8.0, 1e-12);
-    // The stepover now follows the cusp: the cusp no longer follows the stepover.
-    EXPECT_EQ(tp.find("StepoverCusp")->get_value_text(), "2");
-}
-
 TEST(ToolpathCallbacks, HolderProfileAndZHeights) {
     kapToolpathPar tp("T");
     ASSERT_TRUE(tp.find("ToolHolderProfile.Calculate")->set_int(1));
