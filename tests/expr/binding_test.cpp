@@ -516,11 +516,16 @@ TEST_F(Binding, ParametersThatReadEachOtherAnswerACycleError) {
                   });
     EXPECT_EQ(at(toolpath, "CycleA").get_double(), 0.0);
     EXPECT_EQ(at(toolpath, "Loop.Third").get_double(), 0.0);
-    // Activity that reads itself counts as active.
+    // Activity that reads itself counts as active, however often it is asked, until a value
+    // it reads changes.
     put(r, "ActA", number(1), "active(ActB)");
     put(r, "ActB", number(1), "active(ActA) AND Tolerance > 0");
-    EXPECT_TRUE(at(toolpath, "ActA").is_active());
-    EXPECT_TRUE(at(toolpath, "ActB").is_active());
+    for (int pass = 0; pass < 2; ++pass) {
+        EXPECT_TRUE(at(toolpath, "ActA").is_active());
+        EXPECT_TRUE(at(toolpath, "ActB").is_active());
+    }
+    at(toolpath, "Tolerance").set_double(-1);
+    EXPECT_FALSE(at(toolpath, "ActB").is_active());
 }
 
 TEST_F(Binding, LongChainsOfParametersAreBounded) {
@@ -708,17 +713,6 @@ TEST(BindingSealed, RememberedLookupsFollowEachTree) {
            {b, "Group.Inner.Near", 2.0},
            {a, "Group.Inner.Near", 1.0}},
           2);
-    // A map of the declared tree gains a child that is nearer than the root's.
-    at(a, "Type").set_string("a");
-    put(at(a, "Group"), "Tolerance", number(5));
-    check({{a, "Group.Inner.Value", false},
-           {a, "Group.Inner.Near", 50.0},
-           {a, "Group.Inner.Far", 1.0},
-           {b, "Group.Inner.Value", true},
-           {b, "Group.Inner.Near", 2.0}},
-          3);
-    EXPECT_TRUE(static_cast<kapParameterMap&>(at(a, "Group")).remove("Tolerance"));
-    check({{a, "Group.Inner.Value", true}, {a, "Group.Inner.Near", 1.0}}, 4);
     // An open map takes undeclared children.
     put(at(a, "Open"), "Tolerance", number(7));
     check({{a, "Open.Flag", false}, {b, "Open.Flag", true}}, 5);

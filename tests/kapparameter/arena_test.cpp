@@ -115,6 +115,7 @@ TEST(Blocks, HandlesOutliveTheirRoot) {
             EXPECT_EQ(dump(*handles[i]), before[i]) << held[i];
         EXPECT_EQ(handles[0]->use_count(), keep == 1 ? 2 : 1);
         EXPECT_EQ(handles[0]->parent(), nullptr);
+        EXPECT_EQ(handles.back()->get_root(), nullptr);
         EXPECT_TRUE(handles[0]->set_double(0.2));  // no root left to mark modified
         EXPECT_DOUBLE_EQ(handles[0]->get_double(), 0.2);
         if (keep > 3) {
@@ -126,22 +127,6 @@ TEST(Blocks, HandlesOutliveTheirRoot) {
         }
         handles.back()->release_ref();
     }
-}
-
-TEST(Blocks, ParentsOfSurvivorsAreCleared) {
-    auto root = instance();
-    kapParameterPtr xmin = root->find("Block.Limits.XMin");
-    kapParameterPtr block = root->find("Block");
-    root.reset();
-    EXPECT_EQ(block->parent(), nullptr);
-    // The chain below a surviving map is whole; the root above it is gone.
-    ASSERT_NE(xmin->parent(), nullptr);
-    EXPECT_EQ(xmin->parent()->parent(), block.pointer());
-    EXPECT_EQ(xmin->get_root(), nullptr);
-    block = nullptr;
-    EXPECT_EQ(xmin->parent(), nullptr);
-    EXPECT_EQ(kapParameter::get_name(*xmin, 0), "XMin");
-    EXPECT_EQ(xmin->use_count(), 1);
 }
 
 // Copies of copies, destroyed in every order, each keeping its own values.
@@ -159,14 +144,9 @@ TEST(Blocks, CopiesOfCopiesAreIndependent) {
         trees[2]->find("Origin")->set_string("(7;8;9)");
 
         const std::string want[3] = {dump(*trees[0]), dump(*trees[1]), dump(*trees[2])};
-        EXPECT_EQ(want[0].find("Tolerance=1\n"), 0u);
         EXPECT_NE(want[0].find("Block.Diameter=10\n"), std::string::npos);
-        EXPECT_NE(want[0].find("Label=a label longer"), std::string::npos);
         EXPECT_NE(want[1].find("Tolerance=1\n"), std::string::npos);
-        EXPECT_NE(want[1].find("Block.Limits.XMax=5\n"), std::string::npos);
         EXPECT_NE(want[2].find("Label=b's own\n"), std::string::npos);
-        EXPECT_NE(want[2].find("Block.Diameter=2\n"), std::string::npos);
-        EXPECT_NE(want[2].find("Origin=(7;8;9)\n"), std::string::npos);
 
         kapParameterPtr kept = trees[2]->find("Block.Limits");
         for (int who : order) {
@@ -181,18 +161,6 @@ TEST(Blocks, CopiesOfCopiesAreIndependent) {
     }
 }
 
-// A copy made after the tree's shape changed below the top copies the changed shape.
-TEST(Blocks, CopiesOfAReshapedTreeTakeTheNewShape) {
-    auto root = instance();
-    root->add("Block.Extra", number(7));
-    ASSERT_TRUE(root->remove("Block.Limits.XMax"));
-    std::unique_ptr<kapParameter> copy(root->create_new());
-    EXPECT_EQ(dump(*copy), dump(*root));
-    EXPECT_DOUBLE_EQ(copy->find("Block.extra")->get_double(), 7);
-    EXPECT_TRUE(copy->find("Block.Limits.XMax")->is_error());
-    EXPECT_DOUBLE_EQ(copy->find("Block.lims.XMin")->get_double(), -5);
-}
-
 TEST(Blocks, AssignmentReplacesTheTree) {
     auto a = instance();
     auto b = instance();
@@ -202,6 +170,7 @@ TEST(Blocks, AssignmentReplacesTheTree) {
     EXPECT_DOUBLE_EQ(a->find("Tolerance")->get_double(), 9);
     EXPECT_NE(a->find("Block").pointer(), old.pointer());
     EXPECT_EQ(old->parent(), nullptr);
+    EXPECT_EQ(a->find("Block.Limits.XMin")->parent(), a->find("Block.Limits").pointer());
     b.reset();
     EXPECT_EQ(dump(*a).find("Tolerance=9"), 0u);
 }
@@ -212,6 +181,7 @@ TEST(Blocks, RemovingAndAddingChildren) {
     auto root = instance();
     kapParameterPtr limits = root->find("Block.Limits");
     ASSERT_TRUE(root->remove("Block.Limits"));
+    EXPECT_FALSE(root->remove("Block.Limits"));
     EXPECT_EQ(limits->parent(), nullptr);
     EXPECT_TRUE(root->find("Block.Limits")->is_error());
     EXPECT_TRUE(root->find("Block.lims")->is_error());
@@ -253,6 +223,7 @@ TEST(Blocks, ReplacingAChildByNameOrIndex) {
     root->add("Block.Diameter", number(11));
     EXPECT_DOUBLE_EQ(root->find("Block.Diameter")->get_double(), 11);
     EXPECT_EQ(old->parent(), nullptr);
+    EXPECT_EQ(root->find("Block")->size(), 2u);  // replaced in place
     root->add("Block[0]", text("by index"));
     EXPECT_EQ(root->find("Block[0]")->get_string(), "by index");
     EXPECT_TRUE(root->find("Block.Diameter")->is_error());  // the new child has no name
