@@ -41,42 +41,32 @@ class HistoryCallback : public ::testing::Test {
     }
 };
 
-TEST_F(HistoryCallback, NothingIsInstalledAtStart) {
+// Before any callback is installed, and after a reset, the answer is empty and nothing is called.
+TEST_F(HistoryCallback, EmptyBeforeSetAndAfterReset) {
     EXPECT_TRUE(g_empty_before_any_set);
+    kapHistoryFactory::set_callback_function(&record, nullptr);
+    kapHistoryFactory::reset_callback_function();
+    EXPECT_TRUE(kapHistoryFactory::get_history_list({}, "boundary", 0).empty());
+    EXPECT_TRUE(g_calls.empty());
 }
 
-TEST_F(HistoryCallback, ForwardsEveryArgumentAndTheSameDataPointer) {
+// Setting again replaces both function and data; every argument reaches the callback unchanged.
+TEST_F(HistoryCallback, ForwardsEveryArgumentAndTheLastDataPointer) {
+    int first = 0;
     int cookie = 0;
+    kapHistoryFactory::set_callback_function(&other, &first);
     kapHistoryFactory::set_callback_function(&record, &cookie);
     const kapRefToObjectId ref(kapObjectId{77});
     EXPECT_EQ(kapHistoryFactory::get_history_list(ref, "toolpath", 1), g_answer);
-    EXPECT_EQ(kapHistoryFactory::get_history_list(ref, "boundary", 0), g_answer);
+    EXPECT_EQ(kapHistoryFactory::get_history_list({}, "boundary", 0), g_answer);
     ASSERT_EQ(g_calls.size(), 2u);
     EXPECT_EQ(g_calls[0].ref, ref);
     EXPECT_EQ(g_calls[0].name, "toolpath");
     EXPECT_EQ(g_calls[0].flag, 1);
     EXPECT_EQ(g_calls[1].name, "boundary");
     EXPECT_EQ(g_calls[1].flag, 0);
-    for (const Call& c : g_calls) {
-        EXPECT_EQ(c.data, &cookie);
-    }
-}
-
-TEST_F(HistoryCallback, SettingAgainReplacesFunctionAndData) {
-    int first = 0;
-    kapHistoryFactory::set_callback_function(&other, &first);
-    kapHistoryFactory::set_callback_function(&record, nullptr);
-    EXPECT_EQ(kapHistoryFactory::get_history_list({}, "boundary", 0), g_answer);
-    ASSERT_EQ(g_calls.size(), 1u);
-    EXPECT_EQ(g_calls[0].data, nullptr);
-}
-
-TEST_F(HistoryCallback, AfterResetAnswersEmptyAndCallsNothing) {
-    int cookie = 0;
-    kapHistoryFactory::set_callback_function(&record, &cookie);
-    kapHistoryFactory::reset_callback_function();
-    EXPECT_TRUE(kapHistoryFactory::get_history_list({}, "boundary", 0).empty());
-    EXPECT_TRUE(g_calls.empty());
+    EXPECT_EQ(g_calls[0].data, &cookie);
+    EXPECT_EQ(g_calls[1].data, &cookie);
 }
 
 TEST_F(HistoryCallback, AnErrorAnswerIsPassedBackAsItIs) {
