@@ -3,8 +3,9 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdint>
+#include <cstring>
 #include <iterator>
-#include <unordered_map>
 #include <vector>
 
 #include "kappar/kapToolpathPar.h"
@@ -50,17 +51,68 @@ constexpr std::string_view kLoaderPaths[] = {
     "Strategy",
 };
 
-// The renamed keys by old key, matched exactly. Looked up for every saved pair, so hashed over
-// the table's own texts.
-using SynonymTable = std::unordered_map<std::string_view, std::string_view>;
-const SynonymTable& synonym_table() {
-    static const SynonymTable table = [] {
-        SynonymTable t(std::size(kSynonyms) * 2);
-        for (const auto& row : kSynonyms) {
-            t.emplace(row.legacy, row.current);
+// The renamed keys by old key, matched exactly. Looked up for every saved pair, so an
+// open-addressed table of row numbers over the rows' own texts, hashed a word at a time.
+class SynonymTable {
+  public:
+    SynonymTable() noexcept {
+        for (std::uint32_t row = 0; row < std::size(kSynonyms); ++row) {
+            const std::uint32_t h = hash(kSynonyms[row].legacy);
+            std::uint32_t i = h & kMask;
+            while (slots_[i].row != 0)
+                i = (i + 1) & kMask;
+            slots_[i] = Slot{tag(h), static_cast<std::uint16_t>(row + 1)};
         }
-        return t;
-    }();
+    }
+
+    // The row whose old key is `key`, or null.
+    const kapToolpathPar::Synonym* find(std::string_view key) const noexcept {
+        const std::uint32_t h = hash(key);
+        const std::uint16_t t = tag(h);
+        for (std::uint32_t i = h & kMask;; i = (i + 1) & kMask) {
+            const Slot s = slots_[i];
+            if (s.row == 0) return nullptr;
+            if (s.tag == t && kSynonyms[s.row - 1].legacy == key) return &kSynonyms[s.row - 1];
+        }
+    }
+
+  private:
+    static std::uint32_t hash(std::string_view key) noexcept {
+        constexpr std::uint64_t kMul = 0x9E3779B97F4A7C15ULL;
+        std::uint64_t h = key.size() * kMul;
+        const char* p = key.data();
+        std::size_t n = key.size();
+        for (; n >= 8; p += 8, n -= 8) {
+            std::uint64_t w = 0;
+            std::memcpy(&w, p, 8);
+            h = (h ^ w) * kMul;
+            h ^= h >> 29;
+        }
+        std::uint64_t w = 0;
+        std::memcpy(&w, p, n);
+        h = (h ^ w) * kMul;
+        return static_cast<std::uint32_t>(h >> 32);
+    }
+
+    // The bits of the hash above those that pick the slot, compared before the text.
+    static std::uint16_t tag(std::uint32_t h) noexcept {
+        return static_cast<std::uint16_t>(h >> 16);
+    }
+
+    // Three slots for each row or more, a power of two; small enough (8 KB) to stay in the cache
+    // while a load walks the tree.
+    static constexpr std::uint32_t kSlots = 2048;
+    static constexpr std::uint32_t kMask = kSlots - 1;
+    static_assert(kSlots >= 3 * std::size(kSynonyms) && kSlots <= 0xffff);
+    struct Slot {
+        std::uint16_t tag = 0;
+        std::uint16_t row = 0;  // 1 + the row; 0 for an empty slot
+    };
+    std::array<Slot, kSlots> slots_{};
+};
+
+const SynonymTable& synonym_table() {
+    static const SynonymTable table;
     return table;
 }
 
@@ -112,13 +164,14 @@ utString connections_key(const utString& key) {
 // A legacy key naming one coordinate of a point or a direction ("block.centre.x") that the
 // table maps onto the whole vector, as it maps the point itself ("block.centre").
 bool is_lone_component(const utString& key) {
-    const auto& table = synonym_table();
-    const auto it = table.find(key);
-    if (it == table.end() || key.size() < 3 || key[key.size() - 2] != '.') return false;
+    if (key.size() < 3 || key[key.size() - 2] != '.') return false;
     const char c = key.back();
     if (c != 'x' && c != 'y' && c != 'z') return false;
-    const auto whole = table.find(key.substr(0, key.size() - 2));
-    return whole != table.end() && whole->second == it->second;
+    const auto& table = synonym_table();
+    const auto* row = table.find(key);
+    if (row == nullptr) return false;
+    const auto* whole = table.find(std::string_view(key).substr(0, key.size() - 2));
+    return whole != nullptr && whole->current == row->current;
 }
 
 bool is_under(std::string_view key, std::string_view map) {
@@ -175,9 +228,7 @@ std::span<const std::string_view> kapToolpathPar::named_paths() {
 }
 
 utString kapToolpathPar::lookup_key_synonym(const utString& key) const {
-    const auto& table = synonym_table();
-    auto it = table.find(key);
-    if (it != table.end()) return utString(it->second);
+    if (const auto* row = synonym_table().find(key)) return utString(row->current);
     return kapParameterRoot::lookup_key_synonym(key);
 }
 
@@ -219,7 +270,7 @@ int kapToolpathParLoader::load_par(const kapParameterKey& key, const utString& v
         k = utString(kReferenceToolpath) + in.substr(std::string_view("toolpath").size());
     } else if (is_under(in, "connections")) {
         // Keys the synonym table knows are mapped there; the rest is brought under the new map.
-        if (!synonym_table().contains(in)) k = connections_key(in);
+        if (synonym_table().find(in) == nullptr) k = connections_key(in);
     } else if ((in == "Coolant" || in == "SpindleSpeed" || in == "FeedRate.Cutting" ||
                 in == "FeedRate.Plunging") &&
                !v.empty()) {

@@ -47,38 +47,56 @@ void fill_dependency_table(kapToolpathPar& root) {
 
 }  // namespace
 
-utStringcoSet& kapToolpathParLoaderState::key_strings() {
-    static utStringcoSet keys;
+namespace {
+
+// The key strings as recorded by the loaders: appended in the order met (a key may be there
+// more than once) and merged into the set when someone asks for it, so that a load pays one
+// copy per key instead of a search of a set of a thousand strings. The strings of the list are
+// kept when it is emptied and overwritten by the next load, which then allocates nothing.
+struct RecordedKeys {
+    utStringcoSet set;
+    std::vector<utString> pending;
+    std::size_t used = 0;  // pending[0, used) are recorded
+
+    void merge() {
+        for (std::size_t i = 0; i < used; ++i)
+            set.insert(pending[i]);
+        used = 0;
+    }
+};
+
+RecordedKeys& recorded_keys() {
+    static RecordedKeys keys;
     return keys;
 }
 
-namespace {
-std::vector<utStringcoSet::node_type>& spare_key_nodes() {
-    static std::vector<utStringcoSet::node_type> nodes;
-    return nodes;
-}
+// A process that loads into one toolpath over and over without constructing another keeps the
+// list bounded: past this many unmerged keys they go into the set.
+constexpr std::size_t kMergeAt = 1 << 14;
+
 }  // namespace
 
+utStringcoSet& kapToolpathParLoaderState::key_strings() {
+    RecordedKeys& keys = recorded_keys();
+    keys.merge();
+    return keys.set;
+}
+
 void kap_toolpath::record_key_string(std::string_view key) {
-    utStringcoSet& keys = kapToolpathParLoaderState::key_strings();
-    const auto at = keys.lower_bound(key);
-    if (at != keys.end() && *at == key) return;
-    auto& spare = spare_key_nodes();
-    if (spare.empty()) {
-        keys.emplace_hint(at, key);
-        return;
+    RecordedKeys& keys = recorded_keys();
+    if (keys.used == kMergeAt) keys.merge();
+    if (keys.used == keys.pending.size()) {
+        keys.pending.emplace_back(key);
+    } else {
+        keys.pending[keys.used].assign(key);
     }
-    utStringcoSet::node_type node = std::move(spare.back());
-    spare.pop_back();
-    node.value().assign(key);
-    keys.insert(at, std::move(node));
+    ++keys.used;
 }
 
 void kap_toolpath::clear_key_strings() {
-    utStringcoSet& keys = kapToolpathParLoaderState::key_strings();
-    auto& spare = spare_key_nodes();
-    while (!keys.empty())
-        spare.push_back(keys.extract(keys.begin()));
+    RecordedKeys& keys = recorded_keys();
+    keys.set.clear();
+    keys.used = 0;
 }
 
 std::array<utString, 4>& kapToolpathParLoaderState::cached_strings() {
@@ -93,8 +111,8 @@ bool& kapToolpathParLoaderState::cached_flag() {
 
 void kapToolpathParLoaderState::reset() {
     kap_toolpath::clear_key_strings();
-    key_strings().insert("join_up");
-    key_strings().insert("one_way");
+    kap_toolpath::record_key_string("join_up");
+    kap_toolpath::record_key_string("one_way");
     for (utString& s : cached_strings())
         s.clear();
     cached_flag() = false;

@@ -1,11 +1,40 @@
 #include "kapparameter/kapParameterKey.h"
 
+#include <bit>
 #include <charconv>
+#include <cstdint>
+#include <cstring>
 
 namespace {
 
 bool is_digit(char c) {
     return c >= '0' && c <= '9';
+}
+
+bool ends_name(char c) {
+    return c == '.' || c == '[' || c == ']';
+}
+
+// The first '.', '[' or ']' of `path` from `i` on, or its size: eight bytes at a time (the lowest
+// byte that equals a stop character sets the lowest flag bit; bytes above it may set spurious
+// ones, which are never looked at), then byte by byte.
+std::size_t name_end(std::string_view path, std::size_t i) noexcept {
+    const std::size_t n = path.size();
+    if constexpr (std::endian::native == std::endian::little) {
+        constexpr std::uint64_t kOnes = 0x0101010101010101ULL;
+        constexpr std::uint64_t kHighs = 0x8080808080808080ULL;
+        const auto zero_bytes = [](std::uint64_t x) { return (x - kOnes) & ~x & kHighs; };
+        for (; i + 8 <= n; i += 8) {
+            std::uint64_t v = 0;
+            std::memcpy(&v, path.data() + i, 8);
+            const std::uint64_t hit = zero_bytes(v ^ (kOnes * '.')) |
+                                      zero_bytes(v ^ (kOnes * '[')) | zero_bytes(v ^ (kOnes * ']'));
+            if (hit != 0) return i + static_cast<std::size_t>(std::countr_zero(hit) >> 3);
+        }
+    }
+    while (i < n && !ends_name(path[i]))
+        ++i;
+    return i;
 }
 
 }  // namespace
@@ -42,9 +71,7 @@ bool kapParameterKey::parse(std::string_view path, std::vector<Component>& out) 
         }
         if (!expect_name || c == '.' || c == ']') return false;
         const std::size_t start = i;
-        while (i < n && path[i] != '.' && path[i] != '[' && path[i] != ']') {
-            ++i;
-        }
+        i = name_end(path, i);
         if (i < n && path[i] == ']') return false;
         out.push_back(Component{static_cast<std::uint32_t>(start),
                                 static_cast<std::uint32_t>(i - start), -1});

@@ -208,8 +208,16 @@ void kapParameterRoot::build_par_dependency_table(kapParameterRoot& root,
 // Guards and tables
 
 namespace {
+// The guards' counters are process-wide like the rest of the editing state, which one thread
+// drives: a guard counts with a plain load and store (no locked read-modify-write, which a load
+// of many pairs would pay twice per pair), atomic only so that a reader on another thread is
+// not a data race.
 std::atomic<int> g_block_callbacks{0};
 std::atomic<int> g_nolock{0};
+
+void count(std::atomic<int>& c, int by) noexcept {
+    c.store(c.load(std::memory_order_relaxed) + by, std::memory_order_relaxed);
+}
 
 template <class Fn>
 std::map<utString, Fn, coiutStringLess>& table_of() {
@@ -235,20 +243,20 @@ void register_in(const utString& name, Fn fn) {
 }  // namespace
 
 kapBlockParUpdateCallbacks::kapBlockParUpdateCallbacks() noexcept {
-    ++g_block_callbacks;
+    count(g_block_callbacks, 1);
 }
 kapBlockParUpdateCallbacks::~kapBlockParUpdateCallbacks() {
-    --g_block_callbacks;
+    count(g_block_callbacks, -1);
 }
 bool kapBlockParUpdateCallbacks::block_parameter_update_callbacks() noexcept {
     return g_block_callbacks.load(std::memory_order_relaxed) > 0;
 }
 
 kapParameterNoLock::kapParameterNoLock() noexcept {
-    ++g_nolock;
+    count(g_nolock, 1);
 }
 kapParameterNoLock::~kapParameterNoLock() {
-    --g_nolock;
+    count(g_nolock, -1);
 }
 bool kapParameterNoLock::active() noexcept {
     return g_nolock.load(std::memory_order_relaxed) > 0;
