@@ -14,6 +14,8 @@
 
 namespace {
 
+using namespace std::string_view_literals;
+
 constexpr kapToolpathPar::Synonym kSynonyms[] = {
 #define KAP_TOOLPATH_SYNONYM(legacy, current) {legacy, current},
 #include "kapToolpathSynonyms.def"
@@ -232,6 +234,14 @@ utString kapToolpathPar::lookup_key_synonym(const utString& key) const {
     return kapParameterRoot::lookup_key_synonym(key);
 }
 
+void kapToolpathPar::lookup_key_synonym_into(const utString& key, utString& out) const {
+    if (const auto* row = synonym_table().find(key)) {
+        out.assign(row->current);
+    } else {
+        out.assign(key);  // what the base lookup answers
+    }
+}
+
 // ---------------------------------------------------------------------------------------------
 // Loader
 
@@ -259,47 +269,48 @@ bool kapToolpathParLoader::support_cornerfilleting_20200() const {
 
 int kapToolpathParLoader::load_par(const kapParameterKey& key, const utString& value) {
     const utString& in = key.str();
+    const std::string_view iv = in;  // compared by length first
     const utString& v = value;
     utString k;  // the key rewritten; empty while it goes on as it was saved
 
-    if (in == "datum") {
+    if (iv == "datum"sv) {
         k = "start";
-    } else if ((in == "areaclear.rest.stockmodel" || in == "plunge.stockmodel") && !v.empty()) {
+    } else if ((iv == "areaclear.rest.stockmodel"sv || iv == "plunge.stockmodel"sv) && !v.empty()) {
         k = in + ".id";
     } else if (is_under(in, "toolpath")) {
         k = utString(kReferenceToolpath) + in.substr(std::string_view("toolpath").size());
     } else if (is_under(in, "connections")) {
         // Keys the synonym table knows are mapped there; the rest is brought under the new map.
         if (synonym_table().find(in) == nullptr) k = connections_key(in);
-    } else if ((in == "Coolant" || in == "SpindleSpeed" || in == "FeedRate.Cutting" ||
-                in == "FeedRate.Plunging") &&
+    } else if ((iv == "Coolant"sv || iv == "SpindleSpeed"sv || iv == "FeedRate.Cutting"sv ||
+                iv == "FeedRate.Plunging"sv) &&
                !v.empty()) {
         k = in + ".Value";
-    } else if (in == "tiltdirection.tool_clearance" || in == "tiltdirection.shank_clearance") {
+    } else if (iv == "tiltdirection.tool_clearance"sv || iv == "tiltdirection.shank_clearance"sv) {
         // The tool's clearance while tilting is now the clearance of its shank.
         k = "CollisionAvoidance.Clearance.Shank";
-    } else if (in == "tiltdirection.holder_clearance") {
+    } else if (iv == "tiltdirection.holder_clearance"sv) {
         k = "CollisionAvoidance.Clearance.Holder";
-    } else if (in == "filter.type") {
+    } else if (iv == "filter.type"sv) {
         k = "Filter.Type";
-    } else if (in == "arcfit_prin_plane") {
+    } else if (iv == "arcfit_prin_plane"sv) {
         // Arc fitting in the principal plane is now the rounding of corners: "CornerRadius.Active".
         write_active_ = true;
         active_value_ = reads_true(v);
         return 0;
-    } else if (in == "arcfit") {
+    } else if (iv == "arcfit"sv) {
         // The arc-fitting radius is the radius of the rounded corners: "CornerRadius.Value".
         corner_radius_ = v;
         return 0;
-    } else if (in == "cornerfilleting" || in == "CornerFilleting.Value") {
+    } else if (iv == "cornerfilleting"sv || iv == "CornerFilleting.Value"sv) {
         if (cornerfilleting_seen_ >= 0) cornerfilleting_seen_ = 1;
         cornerfilleting_ = v;
         return 0;
-    } else if (in == "CornerFilleting.Active") {
+    } else if (iv == "CornerFilleting.Active"sv) {
         write_active_ = true;
         active_value_ = reads_true(v);
         return 0;
-    } else if (in == kCornerRadiusActive || in == kCornerRadiusStyle || in == kCornerRadiusValue) {
+    } else if (iv == kCornerRadiusActive || iv == kCornerRadiusStyle || iv == kCornerRadiusValue) {
         cornerfilleting_seen_ = -1;
     }
     // "strategy" and every other key go on as they stand.

@@ -165,6 +165,7 @@ class KAPPAR_API kapToolpathPar : public kapEntityRoot<kapToolpathPar> {
     // Legacy key to current path, by the exact (case-sensitive) table of renamed keys; any other
     // key goes to the framework.
     utString lookup_key_synonym(const utString& key) const override;
+    void lookup_key_synonym_into(const utString& key, utString& out) const override;
 
     // The rows of the synonym table, in the table's order.
     struct Synonym {

@@ -1,16 +1,41 @@
 #include "kapparameter/kapParameterLoader.h"
 
 #include <utility>
+#include <vector>
+
+namespace {
+
+// Lists of loaded keys given back by finished loaders, their strings kept for the next loads of
+// the thread (a few, for loaders that nest).
+std::vector<utStringcoSList>& spare_key_lists() {
+    thread_local std::vector<utStringcoSList> lists;
+    return lists;
+}
+constexpr std::size_t kSpareKeyLists = 4;
+
+}  // namespace
 
 kapParameterLoader::kapParameterLoader(kapParameterRoot& root, int version)
-    : root_(root), version_(version) {}
+    : root_(root), version_(version) {
+    auto& spare = spare_key_lists();
+    if (!spare.empty()) {
+        loaded_ = std::move(spare.back());
+        spare.pop_back();
+    }
+}
 
-kapParameterLoader::~kapParameterLoader() = default;
+kapParameterLoader::~kapParameterLoader() {
+    auto& spare = spare_key_lists();
+    if (spare.size() < kSpareKeyLists) {
+        loaded_.recycle();
+        spare.push_back(std::move(loaded_));
+    }
+}
 
 const kapParameter* kapParameterLoader::resolve(const utString& key, const utString** current) {
     if (!resolved_valid_ || resolved_key_ != key) {
         resolved_key_ = key;
-        resolved_current_ = root_.lookup_key_synonym(key);
+        root_.lookup_key_synonym_into(key, resolved_current_);
         resolved_node_ = root_.find_node(resolved_current_);
         resolved_valid_ = true;
     }
@@ -35,7 +60,9 @@ int kapParameterLoader::load_par(const kapParameterKey& key, const utString& val
         unrecognised[key.str()] = value;
         return -1;
     }
-    loaded_.insert_last(std::move(resolved_current_));
+    // The key goes to the list by exchanging storage with a kept slot, which the next pair's
+    // key is then written into.
+    loaded_.next_slot().swap(resolved_current_);
     return 1;
 }
 

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <map>
 #include <mutex>
+#include <typeinfo>
 #include <unordered_map>
 #include <vector>
 
@@ -202,6 +203,15 @@ kapParameterPtr kapParameterRoot::lookup_method(const kapParameterKey&) const {
 void kapParameterRoot::build_par_dependency_table(kapParameterRoot& root,
                                                   utStringutStringSetcoTable& table) {
     kap_collect_dependencies(root, table);
+}
+
+void kapParameterRoot::lookup_key_synonym_into(const utString& key, utString& out) const {
+    // A root of this very class keeps every key as it is: copied into the storage kept.
+    if (typeid(*this) == typeid(kapParameterRoot)) {
+        out.assign(key);
+        return;
+    }
+    out = lookup_key_synonym(key);
 }
 
 // ---------------------------------------------------------------------------------------------

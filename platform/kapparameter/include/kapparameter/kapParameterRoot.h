@@ -36,6 +36,10 @@ class kapParameterRoot : public kapParameterMap {
     virtual kapParameterUpdater* get_updater();
     // The current key of a legacy key; this base answers the key unchanged.
     virtual utString lookup_key_synonym(const utString& key) const { return key; }
+    // lookup_key_synonym's answer written into `out`, whose storage is reused (a loader resolves
+    // every saved key through it). A class overriding lookup_key_synonym from a table overrides
+    // this too, to answer without building a string; by default it calls lookup_key_synonym.
+    virtual void lookup_key_synonym_into(const utString& key, utString& out) const;
     // A member-function parameter for a function name used in expressions; empty when unknown.
     virtual kapParameterPtr lookup_method(const kapParameterKey& key) const;
     // Whether the member function `fn` called on a parameter of this tree, or the answer of
