@@ -167,28 +167,6 @@ kapParameterPtr make_toolpath(const kapParameterRoot& tool) {
     return root;
 }
 
-// The collision and singularity settings of a simulation state, with a second "CheckCollisions"
-// at the top so that a condition reading the wrong one shows.
-kapParameterPtr make_simulation() {
-    kapParameterPtr root(new kapParameterRoot("simulationstate", 1, "S"));
-    kapParameter& r = *root;
-    put(r, "CheckCollisions", flag(1));
-    put(r, "Issues", map());
-    put(r, "Issues.CheckReconfigurations", flag(0));
-    put(r, "Issues.Collisions", map());
-    put(r, "Issues.Collisions.CheckCollisions", flag(0));
-    put(r, "Issues.Collisions.Clearance", number(1), "(CheckCollisions == 1)");
-    put(r, "Issues.Collisions.CheckToolAndHolder", flag(0), "(CheckCollisions == 1)");
-    put(r, "Issues.Collisions.HolderClearance", number(1),
-        "(CheckCollisions == 1) AND (CheckToolAndHolder==1)");
-    put(r, "Singularity", map());
-    put(r, "Singularity.Angle", number(5), "(Avoidance.On == 0)");
-    put(r, "Singularity.Avoidance", map());
-    put(r, "Singularity.Avoidance.On", flag(0));
-    put(r, "Singularity.Avoidance.Step", number(1), "(On == 0)");
-    return root;
-}
-
 // ---------------------------------------------------------------------------------------------
 // Expected answers
 
@@ -226,7 +204,6 @@ class Binding : public ::testing::Test {
     void SetUp() override {
         tool = make_tool("T1");
         toolpath = make_toolpath(static_cast<const kapParameterRoot&>(*tool));
-        simulation = make_simulation();
         // The host names its current entities in the global scope with references.
         auto* ref = new kapParameterRef();
         kapParameterPtr p(ref);
@@ -248,26 +225,13 @@ class Binding : public ::testing::Test {
         }
     }
 
-    kapParameterPtr tool, toolpath, simulation;
+    kapParameterPtr tool, toolpath;
 };
 
 // ---------------------------------------------------------------------------------------------
 // Where names are found
 
 TEST_F(Binding, NamesResolveAmongSiblingsThenOutwardToTheRoot) {
-    run(simulation,
-        {
-            // Inside "Collisions" the sibling wins over the root's flag of the same name.
-            {"Issues.Collisions.Clearance", "(CheckCollisions == 1)", false},
-            {"Issues.Collisions.Clearance", "CheckReconfigurations", false},  // one map out
-            {"Issues.Collisions", "CheckCollisions", false},  // a map scope: its own children
-            {"Issues", "CheckCollisions", true},              // from "Issues": the root's
-            {"", "CheckCollisions", true},
-            {"Singularity.Angle", "(Avoidance.On == 0)", true},
-            {"Singularity.Avoidance.Step", "(On == 0)", true},
-            {"Singularity.Avoidance.Step", "Avoidance.On", false},  // a path found one map out
-            {"Issues.Collisions.Clearance", "Singularity.Avoidance.On + 1", 1.0},
-        });
     run(tool,
         {
             {"TurningInsert.TipAngle", "InsertShape=='custom'", false},
@@ -278,6 +242,12 @@ TEST_F(Binding, NamesResolveAmongSiblingsThenOutwardToTheRoot) {
     run(toolpath,
         {
             // A nearer map's parameter shadows the root's; RootPar reaches past it.
+            {"Limits.Tolerance", "Tolerance * 2", 1.0},  // a sibling (itself) wins
+            {"Limits", "Tolerance", 0.5},                // a map scope: its own children
+            {"Rapid", "Tolerance", 0.1},                 // not another map's: the root's
+            {"Limits.Tolerance", "Inner.Near", 5.0},     // a path into a sibling map
+            {"Limits.Inner.Near", "Inner.Far", 1.0},     // a path found one map out
+            {"Limits.Inner.Near", "Connections.Polar + 1", 2.0},
             {"Limits.Inner.Near", "Tolerance", 0.5},
             {"Limits.Inner.Near", "RootPar.Tolerance", 0.1},
             {"Limits.Inner.Near", "Rootpar.Tolerance", 0.1},
