@@ -11,6 +11,7 @@
 #include <variant>
 #include <vector>
 
+#include "../kapparameter/par_builders.h"
 #include "kappar/kapEntity.h"
 #include "kappar/kapLevelPar.h"
 #include "kappar/kapSchema.h"
@@ -23,25 +24,8 @@ namespace {
 // ---------------------------------------------------------------------------------------------
 // Building trees
 
-kapParameterPtr number(double v) {
-    return kapParameterPtr(new kapParameterNumeric(kapSubTypeReal, kapDimensions(kapDimNone), v));
-}
 kapParameterPtr flag(int v) {
     return kapParameterNumeric::create_bool(v);
-}
-kapParameterPtr choice(std::initializer_list<const char*> states, const char* value) {
-    auto* e = new kapParameterEnum();
-    kapParameterPtr p(e);
-    for (const char* s : states)
-        e->add_state(s, s, utString(s) + ".");
-    e->set_string(value);
-    return p;
-}
-kapParameterPtr text(const char* value) {
-    return kapParameterPtr(new kapParameterString(value));
-}
-kapParameterPtr map() {
-    return kapParameterPtr(new kapParameterMap());
 }
 kapParameterPtr list() {
     return kapParameterPtr(new kapParameterList());
