@@ -5,15 +5,11 @@
 
 #include <string>
 
-#include "kapparameter/kapParameter.h"
+#include "../kapparameter/par_builders.h"
 
 namespace {
 
 int g_calls = 0;
-
-kapParameterPtr number(double v) {
-    return kapParameterPtr(new kapParameterNumeric(kapSubTypeReal, kapDimensions(kapDimNone), v));
-}
 
 const kapParameter* tool_of(const kapParameter& self) {
     const kapParameterRoot* root = kapParameterRoot::get_root(&self);

@@ -6,6 +6,7 @@
 #include <functional>
 #include <memory>
 
+#include "../kapparameter/par_builders.h"
 #include "kappar/kapSchema.h"
 #include "kapparameter/kapParameter.h"
 
@@ -35,10 +36,6 @@ const kapParameterRoot& prototype() {
         return root;
     }();
     return *proto;
-}
-
-kapParameterPtr number(double v) {
-    return kapParameterPtr(new kapParameterNumeric(kapSubTypeReal, kapDimensions(kapDimNone), v));
 }
 
 kapParameter& at(kapParameterRoot& root, const char* path) {

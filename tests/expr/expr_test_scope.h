@@ -13,7 +13,6 @@ class ExprTestScope : public kapExprScope {
   public:
     struct Entry {
         kapExprValue value;
-        std::string expr;  // when set, the value is this expression evaluated in this scope
         bool active = true;
     };
     using Fn = std::function<kapExprValue(std::span<const kapExprValue>)>;
@@ -22,7 +21,6 @@ class ExprTestScope : public kapExprScope {
     Entry& set(const std::string& path, kapExprValue v) {
         Entry& e = entries_[key(path)];
         e.value = std::move(v);
-        e.expr.clear();
         return e;
     }
     Entry& set(const std::string& path, double v) {
@@ -32,12 +30,6 @@ class ExprTestScope : public kapExprScope {
         texts_.emplace_back(text);
         return set(path, kapExprValue::from_text(texts_.back()));
     }
-    Entry& set_expr(const std::string& path, const std::string& expr) {
-        Entry& e = entries_[key(path)];
-        e.expr = expr;
-        return e;
-    }
-    void set_active(const std::string& path, bool active) { entries_[key(path)].active = active; }
     void define(const std::string& fn, Fn f) { fns_[key(fn)] = std::move(f); }
     const Entry* find(const std::string& path) const {
         auto it = entries_.find(key(path));
@@ -60,11 +52,7 @@ class ExprTestScope : public kapExprScope {
         return it->second(args);
     }
     kapExprValue value_of(const void* node) const override {
-        const Entry* e = static_cast<const Entry*>(node);
-        if (e->expr.empty()) return e->value;
-        kapExprGuard guard(e);
-        if (!guard.ok()) return guard.error();
-        return kapExpr::to_plain(kapExpr::compile(e->expr)->evaluate(*this));
+        return static_cast<const Entry*>(node)->value;
     }
     bool is_active(const void* node) const override {
         return static_cast<const Entry*>(node)->active;

@@ -9,29 +9,12 @@
 
 #include "kapparameter/kapParameter.h"
 #include "kapparameter/kapParameterLoader.h"
+#include "par_builders.h"
 
 namespace {
 
 kapParameter* mut(const kapParameter* p) {
     return const_cast<kapParameter*>(p);
-}
-
-kapParameterPtr number(double v) {
-    return kapParameterPtr(new kapParameterNumeric(kapSubTypeReal, kapDimensions(kapDimNone), v));
-}
-
-kapParameterPtr strategy() {
-    auto* e = new kapParameterEnum();
-    for (const char* k : {"raster", "offset", "pencil"})
-        e->add_state(k, k, k);
-    e->set_string("raster");
-    return kapParameterPtr(e);
-}
-
-kapParameterPtr text(const char* v) {
-    auto* s = new kapParameterString();
-    s->set_string(v);
-    return kapParameterPtr(s);
 }
 
 // A value read through a callback is read again each time it is asked for.
@@ -50,16 +33,16 @@ struct Trees {
     Trees() {
         tool.add("Diameter", number(10));
         big_tool.add("Diameter", number(30));
-        part.add("Strategy", strategy());
+        part.add("Strategy", choice({"raster", "offset", "pencil"}, "raster"));
         part.add("Tolerance", number(0.1));
         part.add("Name", text("a"));
         part.add("Tool", kapParameterPtr(new kapParameterRef()));
         mut(part.find_node("Tool"))->set_ref_from_id(tool.get_id());
-        part.add("Block", kapParameterPtr(new kapParameterMap()));
+        part.add("Block", map());
         part.add("Block.Y", number(1));
         part.add("Shield", number(5));
         part.add("Block.Shield", number(0.5));  // answers for the root's Shield below Block
-        part.add("Block.Inner", kapParameterPtr(new kapParameterMap()));
+        part.add("Block.Inner", map());
         part.add("Block.Inner.X", number(2));
         part.add("Block.Inner.Z", number(3));
         part.add("Limit", number(0));
@@ -139,8 +122,8 @@ TEST(ActivityCache, ManyTreesInterleaved) {
         auto r = std::make_unique<kapParameterRoot>("part", 1, "P" + std::to_string(i));
         r->add("Level", number(1));
         r->add("Even", number(i % 2 == 0 ? 1 : 0));
-        r->add("A", kapParameterPtr(new kapParameterMap()));
-        r->add("A.B", kapParameterPtr(new kapParameterMap()));
+        r->add("A", map());
+        r->add("A.B", map());
         mut(r->find_node("A.B"))->set_active("Level>=0");
         for (const char* leaf : {"A.B.x", "A.B.y", "A.z"}) {
             r->add(leaf, number(0));
@@ -175,7 +158,7 @@ TEST(ActivityCache, RebuiltTreeAnswersAfresh) {
     for (int round = 0; round < 20; ++round) {
         kapParameterRoot r("part", 1, "P");
         r.add("Level", number(round));
-        r.add("A", kapParameterPtr(new kapParameterMap()));
+        r.add("A", map());
         r.add("A.x", number(0));
         mut(r.find_node("A.x"))->set_active(round % 2 == 0 ? "Level>=0" : "Level<0");
         EXPECT_EQ(mut(r.find_node("A.x"))->is_active(), round % 2 == 0) << round;

@@ -8,24 +8,9 @@
 #include <string>
 #include <vector>
 
-#include "kapparameter/kapParameter.h"
+#include "par_builders.h"
 
 namespace {
-
-kapParameterPtr number(double v) {
-    return kapParameterPtr(new kapParameterNumeric(kapSubTypeReal, kapDimensions(kapDimLength), v));
-}
-
-kapParameterPtr text(const char* v) {
-    return kapParameterPtr(new kapParameterString(v));
-}
-
-kapParameterPtr vec3(const char* v) {
-    kapParameterNumeric comp(kapSubTypeReal, kapDimensions(kapDimLength), 0.0);
-    kapParameterPtr p(new kapParameterVector(3, comp));
-    p->set_string(v);
-    return p;
-}
 
 // A map type of another library: it keeps members of its own, which copies must keep too.
 class NoteMap : public kapParameterMap {
@@ -41,23 +26,22 @@ class NoteMap : public kapParameterMap {
 kapParameterRoot& prototype() {
     static kapParameterRoot* proto = [] {
         auto* root = new kapParameterRoot("arena", 1, "");
-        root->add("Tolerance", number(0.1));
+        root->add("Tolerance", length(0.1));
         auto* e = new kapParameterEnum();
         e->add_state("raster", "Raster", "");
         e->add_state("offset", "Offset", "");
         root->add("Strategy", kapParameterPtr(e));
         root->add("Origin", vec3("(1;2;3)"));
         root->add("Label", text("a label longer than sixteen characters"));
-        root->add("Block", kapParameterPtr(new kapParameterMap()));
-        root->add("Block.Diameter", number(10));
-        root->add(kapParameterKey("Limits", "lims", kapParameterKey("Block")),
-                  kapParameterPtr(new kapParameterMap()));
-        root->add("Block.Limits.XMin", number(-5));
-        root->add("Block.Limits.XMax", number(5));
+        root->add("Block", map());
+        root->add("Block.Diameter", length(10));
+        root->add(kapParameterKey("Limits", "lims", kapParameterKey("Block")), map());
+        root->add("Block.Limits.XMin", length(-5));
+        root->add("Block.Limits.XMax", length(5));
         auto* notes = new NoteMap();
         notes->note = "declared";
         root->add("Notes", kapParameterPtr(notes));
-        root->add("Notes.Count", number(2));
+        root->add("Notes.Count", length(2));
         root->seal();
         return root;
     }();
@@ -89,7 +73,7 @@ TEST(Blocks, CopiesPlaceTheirNodesInBlocksAndLaterNodesOnTheHeap) {
         EXPECT_TRUE(root->find_node(path)->in_block()) << path;
     }
     EXPECT_EQ(dump(*root), dump(prototype()));
-    root->add("Block.Extra", number(1));
+    root->add("Block.Extra", length(1));
     EXPECT_FALSE(root->find_node("Block.Extra")->in_block());
     const auto* notes = NoteMap::ut_dynamic_cast(root->find_node("Notes"));
     ASSERT_NE(notes, nullptr);
@@ -207,20 +191,20 @@ TEST(Blocks, RemovingAndAddingChildren) {
     // Past the room of a copied child array, and emptied and filled again.
     auto* block = kapParameterMap::ut_dynamic_cast(other->find("Block").pointer());
     for (int i = 0; i < 40; ++i)
-        block->add("Extra" + std::to_string(i), number(i));
+        block->add("Extra" + std::to_string(i), length(i));
     EXPECT_DOUBLE_EQ(other->find("Block.extra39")->get_double(), 39);
     EXPECT_DOUBLE_EQ(other->find("Block.Limits.XMax")->get_double(), 5);
     block->remove_all();
     EXPECT_EQ(block->size(), 0u);
     EXPECT_TRUE(other->find("Block.Diameter")->is_error());
-    block->add("Diameter", number(4));
+    block->add("Diameter", length(4));
     EXPECT_DOUBLE_EQ(other->find("Block.Diameter")->get_double(), 4);
 }
 
 TEST(Blocks, ReplacingAChildByNameOrIndex) {
     auto root = instance();
     kapParameterPtr old = root->find("Block.Diameter");
-    root->add("Block.Diameter", number(11));
+    root->add("Block.Diameter", length(11));
     EXPECT_DOUBLE_EQ(root->find("Block.Diameter")->get_double(), 11);
     EXPECT_EQ(old->parent(), nullptr);
     EXPECT_EQ(root->find("Block")->size(), 2u);  // replaced in place
@@ -267,7 +251,7 @@ TEST(Blocks, MapsBeyondTheIndexAreSearchedInFull) {
             return n;
         };
         for (int i = 0; i < c.children; ++i) {
-            kapParameterPtr p = number(i);
+            kapParameterPtr p = length(i);
             p->set_name(name_of(i));
             proto->append(p);
         }
@@ -300,7 +284,7 @@ TEST(Blocks, LargeTreesSpreadOverSeveralBlocks) {
     constexpr int kCount = 20000;  // about a megabyte of nodes
     for (int i = 0; i < kCount; ++i) {
         auto* m = new kapParameterMap();
-        m->add("Value", number(i));
+        m->add("Value", length(i));
         list->append(kapParameterPtr(m));
     }
     auto copy = std::make_unique<kapParameterRoot>(big);
@@ -342,9 +326,9 @@ TEST_P(NameLookup, FoldsOnlyAsciiLetters) {
     static auto* const prototypes = new std::vector<kapParameterRoot*>();
     prototypes->push_back(new kapParameterRoot("names", 1, ""));
     kapParameterRoot& proto = *prototypes->back();
-    proto.add("Before", number(1));
-    ASSERT_FALSE(proto.add(c.declared, number(7))->is_error());
-    proto.add("After", number(2));
+    proto.add("Before", length(1));
+    ASSERT_FALSE(proto.add(c.declared, length(7))->is_error());
+    proto.add("After", length(2));
     for (bool sealed : {false, true}) {
         if (sealed) proto.seal();
         kapParameterRoot copy("names", 1, "");

@@ -15,6 +15,7 @@
 
 #include "kappar/kapModelPar.h"
 #include "kapparameter/kapParameter.h"
+#include "par_builders.h"
 
 namespace {
 
@@ -71,17 +72,13 @@ std::set<std::string> mutators_in_headers() {
     return found;
 }
 
-kapParameterPtr number(double v) {
-    return kapParameterPtr(new kapParameterNumeric(kapSubTypeReal, kapDimensions(kapDimLength), v));
-}
-
 // A locked root with one parameter of each kind, and a locked model.
 struct Locked {
     kapParameterRoot root{"level", 1, "L"};
     kapModelPar model{"M"};
     kapParameterRoot other{"level", 1, "O"};
     Locked() {
-        root.add("Num", number(1));
+        root.add("Num", length(1));
         auto* e = new kapParameterEnum();
         e->add_state("a", "a", "a");
         e->add_state("b", "b", "b");
@@ -90,10 +87,10 @@ struct Locked {
         kapParameterNumeric comp(kapSubTypeReal, kapDimensions(kapDimLength), 0.0);
         root.add("Vec", kapParameterPtr(new kapParameterVector(3, comp)));
         root.add("Ref", kapParameterPtr(new kapParameterRef()));
-        root.add("Map", kapParameterPtr(new kapParameterMap()));
-        root.add("Map.Inner", number(2));
-        other.add("Num", number(7));
-        other.add("Map", kapParameterPtr(new kapParameterMap()));
+        root.add("Map", ::map());
+        root.add("Map.Inner", length(2));
+        other.add("Num", length(7));
+        other.add("Map", ::map());
         model.hierarchy()->add_child("Part");
         root.set_locked(true);
         model.set_locked(true);
@@ -119,7 +116,7 @@ const std::map<std::string, Action>& refused() {
         {"kapParameterNumeric::set_double",               [](Locked& f) { return f.root["Vec[0]"]->set_double(3); }},
         {"kapParameterNumeric::set_string",               [](Locked& f) { return f.root["Vec[2]"]->set_string("3"); }},
         {"kapParameterNumeric::set_double_in_units",      [](Locked& f) { return f.root["Vec[0]"]->set_double_in_units(3, kapUnitsType{}); }},
-        {"kapParameterNumeric::copy_value_from",          [](Locked& f) { return f.root["Num"]->copy_value_from(*number(8)); }},
+        {"kapParameterNumeric::copy_value_from",          [](Locked& f) { return f.root["Num"]->copy_value_from(*length(8)); }},
         {"kapParameterEnum::set_int",                     [](Locked& f) { return f.root["Kind"]->set_int(1); }},
         {"kapParameterEnum::set_double",                  [](Locked& f) { return f.root["Kind"]->set_double(1); }},
         {"kapParameterEnum::set_string",                  [](Locked& f) { return f.root["Kind"]->set_string("b"); }},
@@ -136,8 +133,8 @@ const std::map<std::string, Action>& refused() {
         {"kapParameterRef::set_ref_from_id",              [](Locked& f) { return f.root["Ref"]->set_ref_from_id(f.other.get_id()); }},
         {"kapParameterRef::set_int",                      [](Locked& f) { return f.root["Ref"]->set_int(static_cast<int>(f.other.get_id().value)); }},
         {"kapParameterRef::copy_value_from",              [](Locked& f) { kapParameterPtr c(f.root["Ref"]->create_new()); c->set_ref_from_id(f.other.get_id()); return f.root["Ref"]->copy_value_from(*c); }},
-        {"kapParameterMap::add",                          [](Locked& f) { return !f.root.add("New", number(1))->is_error(); }},
-        {"kapParameterMap::append",                       [](Locked& f) { return !f.map().append(number(1))->is_error(); }},
+        {"kapParameterMap::add",                          [](Locked& f) { return !f.root.add("New", length(1))->is_error(); }},
+        {"kapParameterMap::append",                       [](Locked& f) { return !f.map().append(length(1))->is_error(); }},
         {"kapParameterMap::remove",                       [](Locked& f) { return f.root.remove("Map.Inner"); }},
         {"kapParameterMap::remove_all",                   [](Locked& f) { f.map().remove_all(); return f.map().size() == 0; }},
         {"kapParameterMap::copy_value_from",              [](Locked& f) { return f.root.copy_value_from(f.other) && f.root["Num"]->get_double() == 7; }},
@@ -146,8 +143,8 @@ const std::map<std::string, Action>& refused() {
         {"kapParameterRoot::reset",                       [](Locked& f) { f.root.reset(); return f.root.size() != 6; }},
         {"kapModelPar::reset",                            [](Locked& f) { f.model.reset(); return f.model.hierarchy() == nullptr || f.top()["Children"]->size() != 1; }},
         {"kapModelPar::remove_all",                       [](Locked& f) { f.model.remove_all(); return f.model.size() == 0; }},
-        {"kapModelHierarchyElementPar::add_property",     [](Locked& f) { return !f.top().add_property("P", number(1))->is_error(); }},
-        {"kapModelHierarchyElementPar::set_parameters",   [](Locked& f) { auto* m = new kapParameterMap(); m->add("X", number(1)); f.top().set_parameters(kapParameterPtr(m)); return f.top()["Parameters.X"]->get_double() == 1.0; }},
+        {"kapModelHierarchyElementPar::add_property",     [](Locked& f) { return !f.top().add_property("P", length(1))->is_error(); }},
+        {"kapModelHierarchyElementPar::set_parameters",   [](Locked& f) { auto* m = new kapParameterMap(); m->add("X", length(1)); f.top().set_parameters(kapParameterPtr(m)); return f.top()["Parameters.X"]->get_double() == 1.0; }},
         {"kapModelHierarchyElementPar::add_child",        [](Locked& f) { return !f.top().add_child("Body")->is_error(); }},
         {"kapModelHierarchyElementPar::add_component",    [](Locked& f) { return f.top().add_component({kapObjectId{1}, kapObjectId{2}}); }},
         {"kapModelHierarchyElementPar::remove_component", [](Locked& f) { return f.top().remove_component({kapObjectId{1}, kapObjectId{2}}); }},

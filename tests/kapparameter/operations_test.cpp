@@ -13,12 +13,10 @@
 
 #include "kapparameter/kapParameter.h"
 #include "kapparameter/kapParameterUtils.h"
+#include "par_builders.h"
 
 namespace {
 
-kapParameterPtr length(double v) {
-    return kapParameterPtr(new kapParameterNumeric(kapSubTypeReal, kapDimensions(kapDimLength), v));
-}
 kapParameterPtr expr(const char* text) {
     kapParameterPtr p = length(0);
     p->set_string(text);
@@ -43,7 +41,7 @@ struct Tree {
     Tree() {
         root.add("A", length(2));
         root.add("B", length(4));
-        root.add("Map", kapParameterPtr(new kapParameterMap()));
+        root.add("Map", map());
         root.add("Map.C", length(1))->set_onmodify_callback(count_change);
         root.set_modified(false);
         g_changes = 0;
@@ -136,9 +134,10 @@ TEST(Links, EitherSideGoingFirstDropsTheLink) {
 
 // An operand: "6" a length, "=A + B" an expression, "'abc'" a text, "{}" a map, "?" an error.
 kapParameterPtr make(std::string_view s) {
-    if (s == "{}") return kapParameterPtr(new kapParameterMap());
+    if (s == "{}") return map();
     if (s == "?") return kapParameterError::create(kapErrNoItem, "no such item: X");
-    if (s.front() == '\'') return kapParameterPtr(new kapParameterString(std::string(s.substr(1, s.size() - 2))));
+    if (s.front() == '\'')
+        return kapParameterPtr(new kapParameterString(std::string(s.substr(1, s.size() - 2))));
     if (s.front() == '=') return expr(std::string(s.substr(1)).c_str());
     return length(std::stod(std::string(s)));
 }
@@ -236,9 +235,9 @@ TEST(Operators, AnExpressionAnswerEvaluatesWhereItIsPlaced) {
 
 TEST(Print, NestedMapAtEachDepth) {
     Tree t;
-    t.root.add("Map.Inner", kapParameterPtr(new kapParameterMap()));
+    t.root.add("Map.Inner", map());
     t.root.add("Map.Inner.Text", kapParameterPtr(new kapParameterString("a b")));
-    t.root.add("Map.Empty", kapParameterPtr(new kapParameterMap()));
+    t.root.add("Map.Empty", map());
     t.root.add("List", kapParameterPtr(new kapParameterList()));
     as_map(t.root["List"])->append(expr("A*2"));
     as_map(t.root["List"])->append(length(0.5));
@@ -383,7 +382,7 @@ TEST(GeometryConversions, VectorsRoundTripExactly) {
 
 TEST(GeometryConversions, WorkplaneFillsTheAxesAMapHas) {
     Tree t;
-    t.root.add("WPlane", kapParameterPtr(new kapParameterMap()));
+    t.root.add("WPlane", map());
     for (const char* name : {"Origin", "YAxis", "ZAxis"}) {
         t.root.add(std::string("WPlane.") + name, vector(3));
     }

@@ -4,38 +4,19 @@
 
 #include "kapparameter/kapParameter.h"
 #include "kapparameter/kapParameterLoader.h"
+#include "par_builders.h"
 
 namespace {
-
-kapParameterPtr length(double v) {
-    auto* n = new kapParameterNumeric(kapSubTypeReal, kapDimensions(kapDimLength), v);
-    n->set_units(kapUnits(0));
-    return kapParameterPtr(n);
-}
-
-kapParameterPtr vec3(const char* text) {
-    kapParameterNumeric comp(kapSubTypeReal, kapDimensions(kapDimLength), 0.0);
-    auto* v = new kapParameterVector(3, comp);
-    v->set_string(text);
-    return kapParameterPtr(v);
-}
-
-kapParameterPtr make_enum(std::initializer_list<const char*> keys) {
-    auto* e = new kapParameterEnum();
-    for (const char* k : keys)
-        e->add_state(k, k, k);
-    return kapParameterPtr(e);
-}
 
 // A small tree: Tolerance, Type, Block{Diameter, Limits{XMin}}, Origin, Tool (ref), Items[3].
 struct Fixture : ::testing::Test {
     kapParameterRoot root{"boundary", 3, "B1"};
     void SetUp() override {
         root.add("Tolerance", length(0.1));
-        root.add("Type", make_enum({"block", "user", "contact_conv"}));
-        root.add("Block", kapParameterPtr(new kapParameterMap()));
+        root.add("Type", choice({"block", "user", "contact_conv"}));
+        root.add("Block", map());
         root.add("Block.Diameter", length(10));
-        root.add("Block.Limits", kapParameterPtr(new kapParameterMap()));
+        root.add("Block.Limits", map());
         root.add("Block.Limits.XMin", length(-5));
         root.add("Origin", vec3("(0;0;0)"));
         auto* ref = new kapParameterRef();
@@ -45,7 +26,7 @@ struct Fixture : ::testing::Test {
         root.add("Items", kapParameterPtr(arr));
         for (int i = 0; i < 3; ++i) {
             auto* m = new kapParameterMap();
-            m->add("Mode", make_enum({"ignore", "collision_check"}));
+            m->add("Mode", choice({"ignore", "collision_check"}));
             arr->append(kapParameterPtr(m));
         }
     }
@@ -129,7 +110,7 @@ TEST(Values, TextsRoundTripInEachKind) {
         {vec3("(0;0;0)"), "(1;0;-2.5)", "(1;0;-2.5)"},
         {vec3("(0;0;0)"), "( 1 ; 2 ; 3 )", "(1;2;3)"},
         {v5, "(1;2;3;4;5)", "(1;2;3;4;5)"},
-        {make_enum({"a", "b"}), "b", "b"},
+        {choice({"a", "b"}), "b", "b"},
         {kapParameterPtr(new kapParameterString()), "caf\xC3\xA9 \"x\"\n", "caf\xC3\xA9 \"x\"\n"},
         {kapParameterPtr(new kapParameterRef()), "42", "42"},
         {kapParameterPtr(new kapParameterRef()), "Tool/12", "Tool/12"},
@@ -164,7 +145,7 @@ TEST(Values, NonNumbersBecomeExpressionsAndAreKept) {
 }
 
 TEST(Values, EnumerationKeepsUndeclaredLoadedText) {
-    auto e = make_enum({"turn_profiling", "turn_roughing"});
+    auto e = choice({"turn_profiling", "turn_roughing"});
     EXPECT_TRUE(e->set_string("turn_outer_profiling"));
     EXPECT_FALSE(e->is_valid());
     EXPECT_EQ(e->get_string(), "turn_outer_profiling");
