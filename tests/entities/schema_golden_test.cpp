@@ -45,20 +45,6 @@ void compare_with_golden(const std::string& name, const std::string& actual) {
     EXPECT_TRUE(read_text(path) == actual) << "differs from " << path;
 }
 
-// Units are switched for the duration of a test.
-class UnitsScope {
-  public:
-    explicit UnitsScope(int units) : saved_(kapUnitsUtils::get_units()) {
-        kapUnitsUtils::set_units(units);
-    }
-    ~UnitsScope() { kapUnitsUtils::set_units(saved_); }
-    UnitsScope(const UnitsScope&) = delete;
-    UnitsScope& operator=(const UnitsScope&) = delete;
-
-  private:
-    int saved_;
-};
-
 void describe(const kapParameter& p, const std::string& path, std::string& out) {
     const kapParameterImpl& d = p.impl();
     out += path;
@@ -117,7 +103,7 @@ TEST(SchemaGolden, DeclarationDetailsStayTheSame) {
         const std::string kind(info.kind);
         for (const int units : {0, 1}) {
             SCOPED_TRACE(std::string(kind) + (units != 0 ? " inch" : " metric"));
-            UnitsScope scope(units);
+            kapUnitsScope scope(units);
             std::unique_ptr<kapParameterRoot> root = kapEntityKinds::create(kind, utString("E"));
             ASSERT_NE(root, nullptr);
             std::string text;

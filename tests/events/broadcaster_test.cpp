@@ -120,23 +120,10 @@ const kapParameter& child(const kapParameterPtr& event, std::string_view name) {
 
 // ---------------------------------------------------------------------------------------------
 
-TEST(EventTable, HoldsTheEightyEventsInOrder) {
-    static_assert(kapEventParBroadcaster::kEventCount == 80);
-    const auto& table = events();
-    ASSERT_EQ(table.size(), 80u);
-    EXPECT_EQ(table.front().name, "ArchiveInserted");
-    EXPECT_EQ(table.back().name, "UnitsChanged");
-    std::size_t arguments = 0;
-    for (std::size_t i = 0; i < table.size(); ++i) {
-        arguments += table[i].args.size();
-        if (i > 0) {
-            EXPECT_LT(table[i - 1].name, table[i].name) << "out of order or repeated";
-        }
-    }
-    EXPECT_EQ(arguments, 166u);
-    // The few integer arguments; every other number is a flag or a real.
+// The few integer arguments; every other number is a flag or a real.
+TEST(EventTable, IntegerArguments) {
     std::vector<std::string> integers;
-    for (const EventRow& row : table) {
+    for (const EventRow& row : events()) {
         for (const ArgRow& arg : row.args) {
             if (arg.type == ArgType::integer)
                 integers.push_back(std::string(row.name) + "." + std::string(arg.name));

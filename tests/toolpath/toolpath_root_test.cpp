@@ -123,8 +123,6 @@ TEST(ToolpathRoot, LinkedToolpathAndCopies) {
     EXPECT_EQ(kapToolpathParLoaderState::key_strings(), (utStringcoSet{"join_up", "one_way"}));
     EXPECT_EQ(kapToolpathParLoaderState::cached_strings()[2], "");
     EXPECT_FALSE(kapToolpathParLoaderState::cached_flag());
-    tp.set_locked(true);
-    EXPECT_EQ(tp.create_loader(kapPtrClaim{}, 29), nullptr);
 }
 
 // Strategy classifications of the root and the queries decided by strategy alone.
