@@ -18,7 +18,7 @@ using Pairs = std::vector<std::pair<std::string, std::string>>;
 
 // A boundary loaded from `pairs` saved at `version`, then updated; the unrecognised table is
 // cleared first and holds what the loader left in it.
-std::unique_ptr<kapBoundaryPar> load(int version, const Pairs& pairs, bool update = true) {
+std::unique_ptr<kapBoundaryPar> load(int version, const Pairs& pairs) {
     kapParameterUpdater::get_unrecognised_pars().clear();
     auto b = std::make_unique<kapBoundaryPar>("B");
     std::unique_ptr<kapParameterLoader> loader(b->create_loader(kapPtrClaim{}, version));
@@ -26,7 +26,7 @@ std::unique_ptr<kapBoundaryPar> load(int version, const Pairs& pairs, bool updat
     for (const auto& [k, v] : pairs) {
         loader->load_par(kapParameterKey(k), v);
     }
-    if (update) b->get_updater()->update(version, *b, loader->loaded_keys());
+    b->get_updater()->update(version, *b, loader->loaded_keys());
     return b;
 }
 

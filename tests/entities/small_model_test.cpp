@@ -30,8 +30,6 @@ TEST(Model, HierarchyRootIsItsOwnTopElement) {
     kapModelHierarchyElementPar* top = m.hierarchy();
     ASSERT_NE(top, nullptr);
     EXPECT_EQ(element(m["hierarchy"]), top);
-    EXPECT_EQ(top->get_group_name(), "Model");
-    EXPECT_EQ(top->get_label(), "Model Hierarchy Root");
     EXPECT_EQ(top->get_typename(), "ModelHierarchyElement");
     EXPECT_EQ(top->get_root(), &m);
     EXPECT_EQ((*top)["Name"]->get_string(), "Bracket");

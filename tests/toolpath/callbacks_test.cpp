@@ -153,42 +153,39 @@ struct HookCase {
 };
 
 using TP = kapToolpathPar;
-const std::vector<HookCase>& hook_cases() {
-    // clang-format off
-    static const std::vector<HookCase> cases = {
-        {&TP::set_onmodify_ZHeights_Automatic_callback,                {"AreaClearance.ZHeights.Automatic"}},
-        {&TP::set_onmodify_boundary_synced_parameter_callback,         {"Tolerance", "Thickness", "AxialThickness", "UseAxialThickness", "Tool"}},
-        {&TP::set_onmodify_toolpath_MachineTool_parameter_callback,    {"MachineTool"}},
-        {&TP::set_onmodify_toolpath_ModelLocation_parameter_callback,  {"ModelLocation"}},
-        {&TP::set_onmodify_toolpath_OV_FixedDirectionAzimuth_callback, {"OrientationVector.FixedDirectionAzimuth"}},
-        {&TP::set_onmodify_toolpath_OV_FixedDirectionElevation_callback, {"OrientationVector.FixedDirectionElevation"}},
-        {&TP::set_onmodify_toolpath_OV_FixedDirectionI_callback,       {"OrientationVector.FixedDirectionI"}},
-        {&TP::set_onmodify_toolpath_OV_FixedDirectionJ_callback,       {"OrientationVector.FixedDirectionJ"}},
-        {&TP::set_onmodify_toolpath_OV_FixedDirectionK_callback,       {"OrientationVector.FixedDirectionK"}},
-        {&TP::set_onmodify_toolpath_statistics_valid_callback,         {"Statistics.Valid"}},
-        {&TP::set_onmodify_toolaxis_limits_machine_elevation_min,      {"ToolAxis.Limits.MinMachineElevation"}},
-        {&TP::set_onmodify_toolaxis_limits_machine_elevation_max,      {"ToolAxis.Limits.MaxMachineElevation"}},
-        {&TP::set_onmodify_toolaxis_limits_machine_azimuth_min,        {"ToolAxis.Limits.MinMachineAzimuth"}},
-        {&TP::set_onmodify_toolaxis_limits_machine_azimuth_max,        {"ToolAxis.Limits.MaxMachineAzimuth"}},
-        {&TP::set_onmodify_toolaxis_limits_elevation_min,              {"ToolAxis.Limits.MinElevation"}},
-        {&TP::set_onmodify_toolaxis_limits_elevation_max,              {"ToolAxis.Limits.MaxElevation"}},
-        {&TP::set_onmodify_toolaxis_limits_azimuth_min,                {"ToolAxis.Limits.MinAzimuth"}},
-        {&TP::set_onmodify_toolaxis_limits_azimuth_max,                {"ToolAxis.Limits.MaxAzimuth"}},
-        {&TP::set_onmodify_toolaxis_limits_coordinate_system,          {"ToolAxis.Limits.CoordinateSystem"}},
-        {&TP::set_onmodify_toolaxis_limits_use_machine_tool,           {"ToolAxis.Limits.UseMachineTool"}},
-        {&TP::set_onmodify_machine_tool_properties_use_mtd,            {"MachineToolProperties.UseMTD.Active"}},
-        {&TP::set_onmodify_use_machine_elevation,                      {"ToolAxis.Limits.UseMachineElevation"}},
-        {&TP::set_onmodify_use_machine_azimuth,                        {"ToolAxis.Limits.UseMachineAzimuth"}},
-        {&TP::set_onmodify_rapid_coordinate_system,                    {"Rapid.CoordinateSystem"}},
-        {&TP::set_onmodify_turning_tool_orientation,                   {"Turning.BelowCentreline", "Turning.CutDirection", "Turning.Cycle",
-                                                                        "Turning.ToolAxis.UserDefined", "Turning.ToolAxis.UserDefinedHolderAngle",
-                                                                        "Turning.ToolAxis.UserToolOrientation"}},
-        {&TP::set_onmodify_feature_group,                              {"Features.FeatureGroup"}},
-        {nullptr,                                                      {"Statistics"}},
-    };
-    // clang-format on
-    return cases;
-}
+// clang-format off
+const std::vector<HookCase> kHookCases = {
+    {&TP::set_onmodify_ZHeights_Automatic_callback,                {"AreaClearance.ZHeights.Automatic"}},
+    {&TP::set_onmodify_boundary_synced_parameter_callback,         {"Tolerance", "Thickness", "AxialThickness", "UseAxialThickness", "Tool"}},
+    {&TP::set_onmodify_toolpath_MachineTool_parameter_callback,    {"MachineTool"}},
+    {&TP::set_onmodify_toolpath_ModelLocation_parameter_callback,  {"ModelLocation"}},
+    {&TP::set_onmodify_toolpath_OV_FixedDirectionAzimuth_callback, {"OrientationVector.FixedDirectionAzimuth"}},
+    {&TP::set_onmodify_toolpath_OV_FixedDirectionElevation_callback, {"OrientationVector.FixedDirectionElevation"}},
+    {&TP::set_onmodify_toolpath_OV_FixedDirectionI_callback,       {"OrientationVector.FixedDirectionI"}},
+    {&TP::set_onmodify_toolpath_OV_FixedDirectionJ_callback,       {"OrientationVector.FixedDirectionJ"}},
+    {&TP::set_onmodify_toolpath_OV_FixedDirectionK_callback,       {"OrientationVector.FixedDirectionK"}},
+    {&TP::set_onmodify_toolpath_statistics_valid_callback,         {"Statistics.Valid"}},
+    {&TP::set_onmodify_toolaxis_limits_machine_elevation_min,      {"ToolAxis.Limits.MinMachineElevation"}},
+    {&TP::set_onmodify_toolaxis_limits_machine_elevation_max,      {"ToolAxis.Limits.MaxMachineElevation"}},
+    {&TP::set_onmodify_toolaxis_limits_machine_azimuth_min,        {"ToolAxis.Limits.MinMachineAzimuth"}},
+    {&TP::set_onmodify_toolaxis_limits_machine_azimuth_max,        {"ToolAxis.Limits.MaxMachineAzimuth"}},
+    {&TP::set_onmodify_toolaxis_limits_elevation_min,              {"ToolAxis.Limits.MinElevation"}},
+    {&TP::set_onmodify_toolaxis_limits_elevation_max,              {"ToolAxis.Limits.MaxElevation"}},
+    {&TP::set_onmodify_toolaxis_limits_azimuth_min,                {"ToolAxis.Limits.MinAzimuth"}},
+    {&TP::set_onmodify_toolaxis_limits_azimuth_max,                {"ToolAxis.Limits.MaxAzimuth"}},
+    {&TP::set_onmodify_toolaxis_limits_coordinate_system,          {"ToolAxis.Limits.CoordinateSystem"}},
+    {&TP::set_onmodify_toolaxis_limits_use_machine_tool,           {"ToolAxis.Limits.UseMachineTool"}},
+    {&TP::set_onmodify_machine_tool_properties_use_mtd,            {"MachineToolProperties.UseMTD.Active"}},
+    {&TP::set_onmodify_use_machine_elevation,                      {"ToolAxis.Limits.UseMachineElevation"}},
+    {&TP::set_onmodify_use_machine_azimuth,                        {"ToolAxis.Limits.UseMachineAzimuth"}},
+    {&TP::set_onmodify_rapid_coordinate_system,                    {"Rapid.CoordinateSystem"}},
+    {&TP::set_onmodify_turning_tool_orientation,                   {"Turning.BelowCentreline", "Turning.CutDirection", "Turning.Cycle",
+                                                                    "Turning.ToolAxis.UserDefined", "Turning.ToolAxis.UserDefinedHolderAngle",
+                                                                    "Turning.ToolAxis.UserToolOrientation"}},
+    {&TP::set_onmodify_feature_group,                              {"Features.FeatureGroup"}},
+    {nullptr,                                                      {"Statistics"}},
+};
+// clang-format on
 constexpr int kTurningCase = 24;
 constexpr int kFeatureGroupCase = 25;
 
@@ -211,7 +208,7 @@ bool change(kapParameter& p, const kapParameterRoot& other_root) {
 }
 
 TEST(ToolpathCallbacks, EveryHookFiresOncePerChangeAndNeverWhenBlocked) {
-    const auto& cases = hook_cases();
+    const auto& cases = kHookCases;
     ASSERT_EQ(cases.size(), 27u);
     constexpr auto hooks = recorders(std::make_index_sequence<26>());
     for (std::size_t i = 0; i + 1 < cases.size(); ++i)
