@@ -35,33 +35,6 @@ std::map<std::string, std::string> pairs_of(const kapFileDocument& doc) {
     return pairs;
 }
 
-// The value lines of `kappar show`: after the title line (which names the saved version), up to
-// the first blank line.
-std::string values_of(const std::string& show) {
-    const auto start = show.find("\n\n");
-    if (start == std::string::npos) return std::string();
-    std::string values = show.substr(start + 2, show.find("\n\n", start + 2) - start - 2);
-    while (!values.empty() && values.back() == '\n')
-        values.pop_back();
-    return values;
-}
-
-// The pairs `kappar show` lists as not in the schema, without their line numbers.
-std::string unrecognised_of(const std::string& show) {
-    const std::string heading = "not in the schema, kept as read:\n";
-    auto at = show.find(heading);
-    std::string pairs;
-    if (at == std::string::npos) return pairs;
-    at += heading.size();
-    while (at < show.size() && show[at] != '\n') {
-        const auto end = show.find('\n', at);
-        const std::string line = show.substr(at, end - at);
-        pairs += line.substr(0, line.find("  (line ")) + "\n";
-        at = end + 1;
-    }
-    return pairs;
-}
-
 class ToolUpgrade : public ::testing::TestWithParam<UpgradeCase> {};
 
 TEST_P(ToolUpgrade, WritesCurrentVersionAndIsIdempotent) {
@@ -84,16 +57,6 @@ TEST_P(ToolUpgrade, WritesCurrentVersionAndIsIdempotent) {
     }
     for (const auto& key : c.absent)
         EXPECT_FALSE(pairs.contains(key)) << key;
-
-    // The upgraded file shows the same values as the original brought up to date in memory.
-    const ToolRun show_source = run_tool({"show", source});
-    const ToolRun show_once = run_tool({"show", once});
-    ASSERT_EQ(show_once.status, 0) << show_once.err;
-    EXPECT_FALSE(values_of(show_once.out).empty()) << show_once.out;
-    EXPECT_EQ(values_of(show_once.out), values_of(show_source.out));
-    EXPECT_EQ(unrecognised_of(show_once.out), unrecognised_of(show_source.out));
-    EXPECT_EQ(show_once.out.substr(0, show_once.out.find('\n')).find("saved at"), std::string::npos)
-        << "an upgraded file is at the current version: " << show_once.out;
 
     // Every pair of the file is accounted for: loaded, or reported at its line (kept as
     // unrecognised, and then written back as read, or dropped by the kind's loader).
