@@ -55,27 +55,15 @@ TEST_P(LegacyList, CopiesIntoTheRoot) {
     EXPECT_EQ(tp.find("Block.Diameter")->get_value_text(), GetParam().diameter);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Items, LegacyList,
-    ::testing::Values(ListCase{"UnknownKeepsWhatItemsSet",
-                               {{'s', "unknown", {{"Strategy", "constantz"}}}},
-                               "constantz",
-                               "100"},
-                      ListCase{"LaterStrategyItemWins",
-                               {{'s', "raster", {}},
-                                {'p', "", {{"Block.Diameter", "80"}}},
-                                {'s', "offset_3d", {}}},
-                               "offset_3d",
-                               "80"},
-                      ListCase{"StrategyTypeOverridesItemValue",
-                               {{'s', "spiral", {{"Strategy", "radial"}}}},
-                               "spiral",
-                               "100"},
-                      ListCase{"BoundaryItemsSkipped",
-                               {{'b', "", {{"Block.Diameter", "55"}, {"Strategy", "drill"}}}},
-                               "raster",
-                               "100"}),
+// clang-format off
+INSTANTIATE_TEST_SUITE_P(Items, LegacyList, ::testing::Values(
+    ListCase{"UnknownKeepsWhatItemsSet",       {{'s', "unknown", {{"Strategy", "constantz"}}}},                 "constantz", "100"},
+    ListCase{"LaterStrategyItemWins",          {{'s', "raster", {}}, {'p', "", {{"Block.Diameter", "80"}}},
+                                                {'s', "offset_3d", {}}},                                        "offset_3d", "80"},
+    ListCase{"StrategyTypeOverridesItemValue", {{'s', "spiral", {{"Strategy", "radial"}}}},                     "spiral",    "100"},
+    ListCase{"BoundaryItemsSkipped",           {{'b', "", {{"Block.Diameter", "55"}, {"Strategy", "drill"}}}},  "raster",    "100"}),
     [](const auto& p) { return std::string(p.param.name); });
+// clang-format on
 
 TEST(ToolpathRoot, ListRoundTripKeepsValues) {
     kapToolpathPar a("A");
