@@ -47,24 +47,19 @@ bool declared(const kapParameter& root, std::string_view path) {
 // Synonyms
 
 TEST(ToolpathSynonyms, TableShapeAndTargets) {
-    const auto rows = kapToolpathPar::key_synonyms();
-    std::set<std::string_view> legacy;
-    for (const auto& r : rows) {
-        EXPECT_TRUE(legacy.insert(r.legacy).second) << "repeated: " << r.legacy;
-    }
-
     kapToolpathPar t("T");
+    std::set<std::string_view> legacy;
+    std::set<std::string> undeclared;
+    for (const auto& r : kapToolpathPar::key_synonyms()) {
+        EXPECT_TRUE(legacy.insert(r.legacy).second) << "repeated: " << r.legacy;
+        EXPECT_EQ(t.lookup_key_synonym(utString(r.legacy)), r.current);
+        if (!declared(t, r.current)) undeclared.insert(std::string(r.current));
+    }
     // Exactly these targets are not declared: their names are not among the tree's top-level
     // names, or not among the names below their map, so a value saved under them stays with the
     // unrecognised keys (where the update steps read it back).
-    const std::set<std::string> retired = {"AdjustAxis", "Block.Radius", "MinimumStepover",
-                                           "Connections.LeadsOnShortLinks"};
-    std::set<std::string> undeclared;
-    for (const auto& r : rows) {
-        const std::string target(r.current);
-        if (!declared(t, target)) undeclared.insert(target);
-    }
-    EXPECT_EQ(undeclared, retired);
+    EXPECT_EQ(undeclared, (std::set<std::string>{"AdjustAxis", "Block.Radius", "MinimumStepover",
+                                                 "Connections.LeadsOnShortLinks"}));
     for (const std::string_view p : kapToolpathPar::named_paths()) {
         EXPECT_TRUE(declared(t, p)) << p;
     }
@@ -75,24 +70,13 @@ TEST(ToolpathSynonyms, Lookup) {
     const kapParameterRoot& base = t;
     // clang-format off
     const std::pair<const char*, const char*> cases[] = {
-        {"adjust_axis",                                              "AdjustAxis"},
-        {"angular_limits_2.start",                                   "AngularLimits2.Start"},
-        {"areaclear.slicer.flat.multiple_cuts.final_stepdown.value", "AreaClearance.Slicer.Flat.MultipleCuts.FinalStepdown.Value"},
-        {"areaclear.slicer_ref",                                     "AreaClearance.SlicerReference"},
-        {"areaclear.leadin.drill.output_toolpath",                   "AreaClearance.LeadIn.Drill.TemplateName"},
-        {"areaclear.rest.consider_ref",                              "AreaClearance.Rest.UsePreviousZHeights"},
-        {"tiltdirection.tool_axis_tilting",                          "CollisionAvoidance.Active"},
-        {"toolaxis.limits.clamping_workplane",                       "ToolAxis.Limits.Workplane"},
-        {"verification.output_hitting_moves",                        "Verification.OutputUnsafeMoves"},
-        {"verification.stockmodel.state",                            "Verification.StockModelState.Entity"},
-        {"connections.leadin.second",                                "Connections.LeadIn[1]"},
-        {"KeepCollidingMoves",                                       "ActionOnCollision"},
-        {"AreaClearance.StepReductionStepdown",                      "AreaClearance.Stepup"},
+        {"adjust_axis",        "AdjustAxis"},
+        {"KeepCollidingMoves", "ActionOnCollision"},
         // Matched exactly: any upper-case letter falls through to the framework.
-        {"Adjust_axis",                                              nullptr},
-        {"adjust_Axis",                                              nullptr},
-        {"keepcollidingmoves",                                       nullptr},
-        {"Tolerance",                                                nullptr},
+        {"Adjust_axis",        nullptr},
+        {"adjust_Axis",        nullptr},
+        {"keepcollidingmoves", nullptr},
+        {"Tolerance",          nullptr},
     };
     // clang-format on
     for (const auto& [key, want] : cases) {
