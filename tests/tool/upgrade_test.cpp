@@ -1,5 +1,5 @@
-// kappar upgrade writes files that show the upgraded values, keeps what it did not know, and is
-// idempotent: upgrading an upgraded file changes nothing.
+// kappar upgrade writes files at the current version with the upgraded values, keeps what it did
+// not know, and is idempotent: upgrading an upgraded file changes nothing.
 
 #include <map>
 

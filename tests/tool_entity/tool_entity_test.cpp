@@ -1,5 +1,5 @@
 // The tool entity: kinds from type texts, cutting-data tables, the callbacks against a real
-// geometric tool, the legacy loader rules, the update steps, and the paths they all name.
+// geometric tool, the legacy loader rules and synonyms, and the update steps.
 
 #include <gtest/gtest.h>
 
