@@ -9,7 +9,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -17,6 +16,10 @@
 #include <string>
 
 #include "kappar/kapEntity.h"
+
+#ifdef KAPPAR_TOOL_PATH
+#include "tool_process.h"
+#endif
 
 namespace {
 
@@ -45,20 +48,6 @@ void compare_with_golden(const std::string& name, const std::string& actual) {
     EXPECT_TRUE(read_text(path) == actual) << "differs from " << path;
 }
 
-// Units are switched for the duration of a test.
-class UnitsScope {
-  public:
-    explicit UnitsScope(int units) : saved_(kapUnitsUtils::get_units()) {
-        kapUnitsUtils::set_units(units);
-    }
-    ~UnitsScope() { kapUnitsUtils::set_units(saved_); }
-    UnitsScope(const UnitsScope&) = delete;
-    UnitsScope& operator=(const UnitsScope&) = delete;
-
-  private:
-    int saved_;
-};
-
 void describe(const kapParameter& p, const std::string& path, std::string& out) {
     const kapParameterImpl& d = p.impl();
     out += path;
@@ -86,27 +75,16 @@ void describe(const kapParameter& p, const std::string& path, std::string& out) 
 }
 
 #ifdef KAPPAR_TOOL_PATH
-std::string run_schema_tool(const std::string& kind, bool inch) {
-    std::string command = std::string(KAPPAR_TOOL_PATH) + " schema " + kind + " --format json";
-    if (inch) command += " --units inch";
-    std::string text;
-    if (FILE* pipe = ::popen(command.c_str(), "r")) {
-        char buffer[4096];
-        std::size_t n = 0;
-        while ((n = std::fread(buffer, 1, sizeof buffer, pipe)) > 0) {
-            text.append(buffer, n);
-        }
-        EXPECT_EQ(::pclose(pipe), 0) << command;
-    }
-    return text;
-}
-
 TEST(SchemaGolden, ToolPrintsTheSameSchemas) {
     for (const char* kind : kKinds) {
         for (const bool inch : {false, true}) {
             SCOPED_TRACE(std::string(kind) + (inch ? " inch" : " metric"));
+            std::vector<std::string> args = {"schema", kind, "--format", "json"};
+            if (inch) args.insert(args.end(), {"--units", "inch"});
+            const tooltest::ToolRun run = tooltest::run_tool(args);
+            EXPECT_EQ(run.status, 0) << run.err;
             compare_with_golden(std::string("schema_") + kind + (inch ? "_inch" : "") + ".json",
-                                run_schema_tool(kind, inch));
+                                run.out);
         }
     }
 }
@@ -117,7 +95,7 @@ TEST(SchemaGolden, DeclarationDetailsStayTheSame) {
         const std::string kind(info.kind);
         for (const int units : {0, 1}) {
             SCOPED_TRACE(std::string(kind) + (units != 0 ? " inch" : " metric"));
-            UnitsScope scope(units);
+            kapUnitsScope scope(units);
             std::unique_ptr<kapParameterRoot> root = kapEntityKinds::create(kind, utString("E"));
             ASSERT_NE(root, nullptr);
             std::string text;

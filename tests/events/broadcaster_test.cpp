@@ -120,23 +120,10 @@ const kapParameter& child(const kapParameterPtr& event, std::string_view name) {
 
 // ---------------------------------------------------------------------------------------------
 
-TEST(EventTable, HoldsTheEightyEventsInOrder) {
-    static_assert(kapEventParBroadcaster::kEventCount == 80);
-    const auto& table = events();
-    ASSERT_EQ(table.size(), 80u);
-    EXPECT_EQ(table.front().name, "ArchiveInserted");
-    EXPECT_EQ(table.back().name, "UnitsChanged");
-    std::size_t arguments = 0;
-    for (std::size_t i = 0; i < table.size(); ++i) {
-        arguments += table[i].args.size();
-        if (i > 0) {
-            EXPECT_LT(table[i - 1].name, table[i].name) << "out of order or repeated";
-        }
-    }
-    EXPECT_EQ(arguments, 166u);
-    // The few integer arguments; every other number is a flag or a real.
+// The few integer arguments; every other number is a flag or a real.
+TEST(EventTable, IntegerArguments) {
     std::vector<std::string> integers;
-    for (const EventRow& row : table) {
+    for (const EventRow& row : events()) {
         for (const ArgRow& arg : row.args) {
             if (arg.type == ArgType::integer)
                 integers.push_back(std::string(row.name) + "." + std::string(arg.name));
@@ -192,6 +179,11 @@ TEST_F(Broadcast, EveryEventDeliversItsBranchWithItsArguments) {
     }
 }
 
+int g_other_calls = 0;
+void other_relay(kapParameterPtr) {
+    ++g_other_calls;
+}
+
 TEST(BroadcastRelay, WithoutRelayNothingIsDeliveredNorQueued) {
     g_received.clear();
     kapEventParBroadcaster::set_relay(nullptr);
@@ -204,24 +196,15 @@ TEST(BroadcastRelay, WithoutRelayNothingIsDeliveredNorQueued) {
     kapEventParBroadcaster::ProjectClosing();
     ASSERT_EQ(g_received.size(), 1u);
     EXPECT_EQ(g_received[0]->get_name(), "ProjectClosing");
-    // Switching it off again.
+    // A later relay replaces the earlier one; switched off, nothing is delivered.
+    kapEventParBroadcaster::set_relay(&other_relay);
+    kapEventParBroadcaster::SimulatePause();
+    EXPECT_EQ(g_other_calls, 1);
     kapEventParBroadcaster::set_relay(nullptr);
     kapEventParBroadcaster::ProjectClosed();
     EXPECT_EQ(g_received.size(), 1u);
-    g_received.clear();
-}
-
-int g_other_calls = 0;
-void other_relay(kapParameterPtr) {
-    ++g_other_calls;
-}
-
-TEST_F(Broadcast, ALaterRelayReplacesTheEarlierOne) {
-    kapEventParBroadcaster::set_relay(&other_relay);
-    g_other_calls = 0;
-    kapEventParBroadcaster::SimulatePause();
     EXPECT_EQ(g_other_calls, 1);
-    EXPECT_TRUE(g_received.empty());
+    g_received.clear();
 }
 
 TEST_F(Broadcast, SuccessiveEventsAreIndependentCopies) {

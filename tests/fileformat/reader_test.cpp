@@ -221,11 +221,4 @@ TEST(ReaderFile, ReadsAFileAndReportsIoErrorsWithoutPosition) {
     std::remove(path.c_str());
 }
 
-TEST(ReaderFile, FormatsErrorsForPeople) {
-    EXPECT_EQ(kap_format_file_error("b.kpe", {5, 7, "expected '=' after key 'Type'"}),
-              "b.kpe:5:7: expected '=' after key 'Type'");
-    EXPECT_EQ(kap_format_file_error("b.kpe", {0, 0, "cannot open 'b.kpe': No such file"}),
-              "b.kpe: cannot open 'b.kpe': No such file");
-}
-
 }  // namespace

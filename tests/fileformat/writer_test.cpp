@@ -53,27 +53,6 @@ TEST(Writer, NoPairsMeansNoBlankLineAndFormatIsAlwaysOne) {
               "kappar-entity 1\nkind \"level\"\nversion 0\nname \"\"\n");
 }
 
-TEST(Writer, HandWrittenTextBecomesCanonical) {
-    const std::string hand =
-        "# saved by hand\r\n"
-        "kappar-entity 1\r\n"
-        "kind \"boundary\"   # kind\r\n"
-        "version 01\r\n"
-        "name \"Boundary 1\"\r\n"
-        "  Type=\"contact_conv\" # comment\r\n"
-        "Limit.Boundary = \"1\\u0032\"\r\n"
-        "ThicknessSetValues[16].Mode = \"collision_check\"\r\n"
-        "\r\n"
-        "Origin = \"(0;0;0)\"\r\n"
-        "Tolerance = \"2*Rootpar.Tolerance\"\r\n"
-        "Notes = \"line 1\\nline 2 \\\"quoted\\\" C:\\\\path\t\\u00E9\"\r\n"
-        "Empty = \"\"";
-    kapFileDocument doc;
-    kapFileError err;
-    ASSERT_TRUE(kap_read_entity_text(hand, doc, err)) << err.message;
-    EXPECT_EQ(kap_write_entity_text(doc), kBoundaryText);
-}
-
 struct QuoteCase {
     std::string raw;
     std::string quoted;

@@ -69,11 +69,4 @@ TEST_F(HistoryCallback, ForwardsEveryArgumentAndTheLastDataPointer) {
     EXPECT_EQ(g_calls[1].data, &cookie);
 }
 
-TEST_F(HistoryCallback, AnErrorAnswerIsPassedBackAsItIs) {
-    kapHistoryFactory::set_callback_function(&other, nullptr);
-    kapParameterPtr answer = kapHistoryFactory::get_history_list({}, "boundary", 0);
-    ASSERT_TRUE(answer);
-    EXPECT_TRUE(answer->is_error());
-}
-
 }  // namespace

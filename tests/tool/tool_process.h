@@ -106,20 +106,12 @@ inline ToolRun run_tool(const std::vector<std::string>& args, const std::string&
     return run;
 }
 
-inline bool updating_golden() {
-    const char* v = std::getenv("KAPPAR_UPDATE_GOLDEN");
-    return v != nullptr && *v != '\0' && std::string(v) != "0";
-}
-
-inline std::filesystem::path golden_path(const std::string& name) {
-    return std::filesystem::path(KAPPAR_SOURCE_DIR) / "tests" / "tool" / "golden" / name;
-}
-
 // Compares `actual` with the reference file `name` byte for byte; a missing file stands for
 // empty output. With KAPPAR_UPDATE_GOLDEN set, writes the file instead (removes it when empty).
 inline void expect_golden(const std::string& name, const std::string& actual) {
-    const auto path = golden_path(name);
-    if (updating_golden()) {
+    const auto path = std::filesystem::path(KAPPAR_SOURCE_DIR) / "tests" / "tool" / "golden" / name;
+    const char* update = std::getenv("KAPPAR_UPDATE_GOLDEN");
+    if (update != nullptr && *update != '\0' && std::string(update) != "0") {
         std::error_code ec;
         if (actual.empty()) {
             std::filesystem::remove(path, ec);

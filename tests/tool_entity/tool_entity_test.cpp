@@ -1,5 +1,5 @@
 // The tool entity: kinds from type texts, cutting-data tables, the callbacks against a real
-// geometric tool, the legacy loader rules, the update steps, and the paths they all name.
+// geometric tool, the legacy loader rules and synonyms, and the update steps.
 
 #include <gtest/gtest.h>
 
@@ -169,21 +169,6 @@ TEST(ToolCuttingData, TablesPerKind) {
         EXPECT_EQ(tool.find_node(turning_cut) != nullptr, c.turning);
         EXPECT_EQ(tool.find_node("AxialDepthOfCut.turn_finishing"), nullptr);
     }
-    // Dimensions by table, and 2 x 7 milling entries in each.
-    kapToolPar tool("T");
-    for (const auto& table : kapToolParUtils::cutting_data_maps()) {
-        const auto* map = kapParameterMap::ut_dynamic_cast(tool.find_node(table.name));
-        ASSERT_NE(map, nullptr) << table.name;
-        ASSERT_EQ(map->size(), 2u) << table.name;
-        for (const auto& op : map->children()) {
-            ASSERT_EQ(op->size(), 7u) << table.name;
-            const auto* n = kapParameterNumeric::ut_dynamic_cast(
-                kapParameterMap::ut_dynamic_cast(op.pointer())->child(0).pointer());
-            ASSERT_NE(n, nullptr);
-            EXPECT_EQ(n->subtype(), kapSubTypeReal);
-            EXPECT_EQ(n->get_dimensions().standard(), table.dims) << table.name;
-        }
-    }
 }
 
 // Legacy pairs, file by file.
@@ -225,6 +210,10 @@ TEST(ToolLoader, LegacyRules) {
     kapParameterUpdater::get_unrecognised_pars().clear();
     EXPECT_EQ(loader->load_par(kapParameterKey("radius"), "wide"), 0);
     EXPECT_EQ(kapParameterUpdater::get_unrecognised_pars().at("radius"), "wide");
+    for (const auto& row : kapToolPar::key_synonyms())
+        EXPECT_EQ(tool.lookup_key_synonym(utString(row.legacy)), row.current);
+    // Synonyms are matched exactly: another letter case goes to the base, which answers it as is.
+    EXPECT_EQ(tool.lookup_key_synonym("Tip"), "Tip");
 }
 
 // The last type met outlives its loader: a drill's taper angle read by the next loader is still
@@ -310,30 +299,6 @@ TEST(ToolUpdater, Steps) {
         for (const auto& [path, v] : c.expect)
             EXPECT_NEAR(value(*root, path), v, 1e-9) << c.what;
     }
-}
-
-// Every path the synonym table, the loader, the updater and the callbacks name is declared.
-TEST(ToolSchema, EveryNamedPathIsDeclared) {
-    kapToolPar tool("T");
-    std::vector<std::string> paths;
-    for (const auto& s : kapToolPar::key_synonyms()) {
-        paths.emplace_back(s.current);
-        EXPECT_EQ(tool.lookup_key_synonym(utString(s.legacy)), s.current);
-    }
-    EXPECT_EQ(paths.size(), 18u);
-    for (const char* p :
-         {"DrillAngle", "Diameter", "AxialDepthOfCut.finishing.general",
-          "CuttingSpeed.finishing.general", "FeedPerTooth.finishing.general",
-          "RadialDepthOfCut.finishing.general", "Type", "TaperDiameter", "TaperAngle",
-          "TaperHeight", "TurningInsert.CutAngle", "TurningInsert.InsertShape", "Overhang",
-          "TipRadius", "IsTurningType", "IsHolderFromModel"}) {
-        paths.emplace_back(p);
-    }
-    for (const auto& p : paths)
-        EXPECT_NE(tool.find_node(p), nullptr) << p;
-    // Lookup is exact: another letter case goes to the base, which answers it unchanged.
-    EXPECT_EQ(tool.lookup_key_synonym("Tip"), "Tip");
-    EXPECT_EQ(tool.lookup_key_synonym("flutes"), "NumberOfFlutes");
 }
 
 }  // namespace

@@ -55,27 +55,15 @@ TEST_P(LegacyList, CopiesIntoTheRoot) {
     EXPECT_EQ(tp.find("Block.Diameter")->get_value_text(), GetParam().diameter);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Items, LegacyList,
-    ::testing::Values(ListCase{"UnknownKeepsWhatItemsSet",
-                               {{'s', "unknown", {{"Strategy", "constantz"}}}},
-                               "constantz",
-                               "100"},
-                      ListCase{"LaterStrategyItemWins",
-                               {{'s', "raster", {}},
-                                {'p', "", {{"Block.Diameter", "80"}}},
-                                {'s', "offset_3d", {}}},
-                               "offset_3d",
-                               "80"},
-                      ListCase{"StrategyTypeOverridesItemValue",
-                               {{'s', "spiral", {{"Strategy", "radial"}}}},
-                               "spiral",
-                               "100"},
-                      ListCase{"BoundaryItemsSkipped",
-                               {{'b', "", {{"Block.Diameter", "55"}, {"Strategy", "drill"}}}},
-                               "raster",
-                               "100"}),
+// clang-format off
+INSTANTIATE_TEST_SUITE_P(Items, LegacyList, ::testing::Values(
+    ListCase{"UnknownKeepsWhatItemsSet",       {{'s', "unknown", {{"Strategy", "constantz"}}}},                 "constantz", "100"},
+    ListCase{"LaterStrategyItemWins",          {{'s', "raster", {}}, {'p', "", {{"Block.Diameter", "80"}}},
+                                                {'s', "offset_3d", {}}},                                        "offset_3d", "80"},
+    ListCase{"StrategyTypeOverridesItemValue", {{'s', "spiral", {{"Strategy", "radial"}}}},                     "spiral",    "100"},
+    ListCase{"BoundaryItemsSkipped",           {{'b', "", {{"Block.Diameter", "55"}, {"Strategy", "drill"}}}},  "raster",    "100"}),
     [](const auto& p) { return std::string(p.param.name); });
+// clang-format on
 
 TEST(ToolpathRoot, ListRoundTripKeepsValues) {
     kapToolpathPar a("A");
@@ -123,8 +111,6 @@ TEST(ToolpathRoot, LinkedToolpathAndCopies) {
     EXPECT_EQ(kapToolpathParLoaderState::key_strings(), (utStringcoSet{"join_up", "one_way"}));
     EXPECT_EQ(kapToolpathParLoaderState::cached_strings()[2], "");
     EXPECT_FALSE(kapToolpathParLoaderState::cached_flag());
-    tp.set_locked(true);
-    EXPECT_EQ(tp.create_loader(kapPtrClaim{}, 29), nullptr);
 }
 
 // Strategy classifications of the root and the queries decided by strategy alone.
