@@ -27,10 +27,7 @@ kapParameterRoot& prototype() {
     static kapParameterRoot* proto = [] {
         auto* root = new kapParameterRoot("arena", 1, "");
         root->add("Tolerance", length(0.1));
-        auto* e = new kapParameterEnum();
-        e->add_state("raster", "Raster", "");
-        e->add_state("offset", "Offset", "");
-        root->add("Strategy", kapParameterPtr(e));
+        root->add("Strategy", choice({"raster", "offset"}));
         root->add("Origin", vec3("(1;2;3)"));
         root->add("Label", text("a label longer than sixteen characters"));
         root->add("Block", map());
@@ -378,7 +375,9 @@ TEST_P(PathLookup, WalksComponentsAndIndices) {
         const kapParameter* p = tree->find_node(c.path);
         if (c.value == nullptr) {
             EXPECT_EQ(p, nullptr) << c.path;
-            EXPECT_TRUE((*tree)[c.path]->is_error()) << c.path;
+            const auto* e = kapParameterError::ut_dynamic_cast((*tree)[c.path].pointer());
+            ASSERT_NE(e, nullptr) << c.path;
+            EXPECT_EQ(e->code(), kapErrNoItem) << c.path;
         } else {
             ASSERT_NE(p, nullptr) << c.path;
             EXPECT_EQ(p->get_value_text(), c.value) << c.path;

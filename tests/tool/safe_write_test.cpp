@@ -68,23 +68,20 @@ std::string copy_level(const TempDir& dir, const std::string& name) {
     return path;
 }
 
+// The level copied to "f.kap" with the given mode, upgraded in place.
+std::vector<std::string> upgrade_copy(const TempDir& dir, unsigned mode = 0644) {
+    const std::string f = copy_level(dir, "f.kap");
+    ::chmod(f.c_str(), mode);
+    return {"upgrade", "--in-place", f};
+}
+
 const TargetCase kTargetCases[] = {
-    {"KeepsTheMode", 0,
-     [](const TempDir& d) {
-         const std::string f = copy_level(d, "f.kap");
-         ::chmod(f.c_str(), 0600);
-         return std::vector<std::string>{"upgrade", "--in-place", f};
-     },
+    {"KeepsTheMode", 0, [](const TempDir& d) { return upgrade_copy(d, 0600); },
      [](const TempDir& d) {
          EXPECT_EQ(read_file(d / "f.kap"), upgraded_level());
          EXPECT_EQ(mode_of(d / "f.kap"), 0600u);
      }},
-    {"RefusesAReadOnlyFile", 4,
-     [](const TempDir& d) {
-         const std::string f = copy_level(d, "f.kap");
-         ::chmod(f.c_str(), 0444);
-         return std::vector<std::string>{"upgrade", "--in-place", f};
-     },
+    {"RefusesAReadOnlyFile", 4, [](const TempDir& d) { return upgrade_copy(d, 0444); },
      [](const TempDir& d) { EXPECT_EQ(read_file(d / "f.kap"), read_file(kLevel)); }},
     {"UpgradesTheTargetOfALink", 0,
      [](const TempDir& d) {
@@ -98,9 +95,9 @@ const TargetCase kTargetCases[] = {
      }},
     {"RefusesAHardLinkedFile", 4,
      [](const TempDir& d) {
-         const std::string f = copy_level(d, "f.kap");
-         fs::create_hard_link(f, d / "g.kap");
-         return std::vector<std::string>{"upgrade", "--in-place", f};
+         auto args = upgrade_copy(d);
+         fs::create_hard_link(d / "f.kap", d / "g.kap");
+         return args;
      },
      [](const TempDir& d) {
          EXPECT_EQ(fs::hard_link_count(d / "f.kap"), 2u);
@@ -114,10 +111,9 @@ const TargetCase kTargetCases[] = {
      [](const TempDir& d) { EXPECT_TRUE(fs::is_fifo(d / "out")); }},
     {"LeavesAnExistingTemporaryNameAlone", 0,
      [](const TempDir& d) {
-         const std::string f = copy_level(d, "f.kap");
          write_file(d / "victim", "victim");
-         fs::create_symlink(d / "victim", f + ".tmp");
-         return std::vector<std::string>{"upgrade", "--in-place", f};
+         fs::create_symlink(d / "victim", d / "f.kap.tmp");
+         return upgrade_copy(d);
      },
      [](const TempDir& d) {
          EXPECT_EQ(read_file(d / "f.kap"), upgraded_level());
