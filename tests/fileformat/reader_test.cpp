@@ -103,13 +103,10 @@ TEST(Reader, HeaderFieldsTakeCommentsAndSpacing) {
 
 TEST(Reader, RecordsPositionsOfKeys) {
     const kapFileDocument doc = read_ok(H + "\n  A = \"1\"\n\tB = \"2\"\r\nC = \"3\"");
-    ASSERT_EQ(doc.pairs.size(), 3u);
-    EXPECT_EQ(doc.pairs[0].line, 6);
-    EXPECT_EQ(doc.pairs[0].column, 3);
-    EXPECT_EQ(doc.pairs[1].line, 7);
-    EXPECT_EQ(doc.pairs[1].column, 2);
-    EXPECT_EQ(doc.pairs[2].line, 8);
-    EXPECT_EQ(doc.pairs[2].column, 1);
+    std::vector<std::pair<int, int>> positions;
+    for (const kapFilePair& p : doc.pairs)
+        positions.emplace_back(p.line, p.column);
+    EXPECT_EQ(positions, (std::vector<std::pair<int, int>>{{6, 3}, {7, 2}, {8, 1}}));
 }
 
 TEST(Reader, ReplacesWhatTheDocumentHeld) {

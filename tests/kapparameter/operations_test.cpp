@@ -274,13 +274,11 @@ TEST(Print, NestedMapAtEachDepth) {
 
 TEST(Print, XmlTypenames) {
     Tree t;
-    kapParameterNumeric angle(kapSubTypeAngle, kapDimensions(), 0.0);
-    kapParameterPtr flag = kapParameterNumeric::create_bool(1);
     EXPECT_EQ(t.root.get_xml_typename(), "level");
     EXPECT_EQ(t.root["Map"]->get_xml_typename(), "map");
     EXPECT_EQ(t.root["A"]->get_xml_typename(), "real");
-    EXPECT_EQ(angle.get_xml_typename(), "angle");
-    EXPECT_EQ(flag->get_xml_typename(), "bool");
+    EXPECT_EQ(kapParameterNumeric(kapSubTypeAngle, kapDimensions(), 0).get_xml_typename(), "angle");
+    EXPECT_EQ(kapParameterNumeric::create_bool(1)->get_xml_typename(), "bool");
     EXPECT_EQ(kapParameterError::create(3)->get_xml_typename(), "error");
 }
 

@@ -120,41 +120,6 @@ TEST(TurnStrategy, NamePartsAreTestedOnTheirOwn) {
 }
 
 // ---------------------------------------------------------------------------------------------
-// Axes of single toolpaths
-
-TEST(TurningAxis, BasicAndFinalAxes) {
-    const struct {
-        const char* strategy;
-        double basic_x, basic_z, final_x, final_z;
-        int basic_orientation, final_orientation;
-        bool below;
-    } rows[] = {
-        // clang-format off
-        // strategy              basic x, z, final x, z   orientations  below
-        {"turn_face_finishing",  1, 0,     1, 0,          1, 1,         false},
-        {"turn_face_finishing",  1, 0,    -1, 0,          1, 0,         true},
-        // Inactive turning: Z, and the flag below the centre line is not read.
-        {"raster",               0, 1,     0, 1,          0, 0,         false},
-        {"raster",               0, 1,     0, 1,          0, 0,         true},
-        {"turn_pattern",         0, 1,     0, 1,          0, 1,         true},
-        // clang-format on
-    };
-    kapToolpathPar tp("TP");
-    for (const auto& r : rows) {
-        set(tp, "Strategy", r.strategy);
-        set(tp, "Turning.BelowCentreline", r.below ? "1" : "0");
-        const Calc calc = calc_of(tp);
-        const kapTurningToolAxis basic = calc.calculate_basic_axis();
-        const kapTurningToolAxis final_axis = calc.calculate_final_axis();
-        EXPECT_TRUE(same_direction(basic.direction(), r.basic_x, r.basic_z)) << r.strategy;
-        EXPECT_EQ(basic.orientation(), r.basic_orientation) << r.strategy;
-        EXPECT_TRUE(same_direction(final_axis.direction(), r.final_x, r.final_z))
-            << r.strategy << " below " << r.below;
-        EXPECT_EQ(final_axis.orientation(), r.final_orientation) << r.strategy << " " << r.below;
-    }
-}
-
-// ---------------------------------------------------------------------------------------------
 // Every turning strategy, cycle, cut direction, side of the centre line and tool, against the
 // rules written out in angles (degrees from Z) rather than vectors.
 
@@ -172,6 +137,12 @@ Expected below_centre(Expected a) {
 }
 Expected beyond_face(Expected a) {
     return {wrap(180 - a.angle), 1 - a.orientation};
+}
+
+void expect_axis(const kapTurningToolAxis& axis, Expected want) {
+    const double r = want.angle * std::acos(-1.0) / 180;
+    EXPECT_TRUE(same_direction(axis.direction(), std::sin(r), std::cos(r))) << want.angle;
+    EXPECT_EQ(axis.orientation(), want.orientation) << want.angle;
 }
 
 Expected basic_rule(const std::string& strategy, const std::string& cycle, const std::string& cut,
@@ -282,8 +253,9 @@ TEST(TurningAxis, EveryTurningCaseFollowsTheRules) {
                         row << tool.name << " cut angle " << tool.cut_angle << ", " << s << ", "
                             << cycle << ", " << cut << (below ? ", below" : "");
                         SCOPED_TRACE(row.str());
-                        const Expected want = final_rule(basic_rule(s, cycle, cut, tool.groove),
-                                                         tool.cut_angle, tool.grooving, below);
+                        const Expected basic = basic_rule(s, cycle, cut, tool.groove);
+                        const Expected want =
+                            final_rule(basic, tool.cut_angle, tool.grooving, below);
                         // Through the toolpath's own expressions, as the host reads them.
                         EXPECT_EQ(tp.find("Turning.ToolAxis.HolderAngle")->get_double(),
                                   want.angle);
@@ -291,13 +263,23 @@ TEST(TurningAxis, EveryTurningCaseFollowsTheRules) {
                                   want.orientation == 1 ? "reversed" : "standard");
                         const Calc calc = calc_of(tp);
                         EXPECT_EQ(calc.groove_direction(), tool.groove);
-                        const double r = want.angle * std::acos(-1.0) / 180;
-                        EXPECT_TRUE(same_direction(calc.calculate_final_axis().direction(),
-                                                   std::sin(r), std::cos(r)));
+                        expect_axis(calc.calculate_basic_axis(), basic);
+                        expect_axis(calc.calculate_final_axis(), want);
                     }
                 }
             }
         }
+    }
+}
+
+// Without turning the axis is Z, and the flag below the centre line is not read.
+TEST(TurningAxis, InactiveTurningIsTheZAxis) {
+    kapToolpathPar tp("TP");
+    set(tp, "Strategy", "raster");
+    for (const char* below : {"0", "1"}) {
+        set(tp, "Turning.BelowCentreline", below);
+        expect_axis(calc_of(tp).calculate_basic_axis(), {0, 0});
+        expect_axis(calc_of(tp).calculate_final_axis(), {0, 0});
     }
 }
 
