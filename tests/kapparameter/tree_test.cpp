@@ -8,7 +8,7 @@
 
 namespace {
 
-// A small tree: Tolerance, Type, Block{Diameter, Limits{XMin}}, Origin, Tool (ref), Items[3].
+// A small tree: Tolerance, Type, Block{Diameter}, Tool (ref), Items[3].
 struct Fixture : ::testing::Test {
     kapParameterRoot root{"boundary", 3, "B1"};
     void SetUp() override {
@@ -16,9 +16,6 @@ struct Fixture : ::testing::Test {
         root.add("Type", choice({"block", "user", "contact_conv"}));
         root.add("Block", map());
         root.add("Block.Diameter", length(10));
-        root.add("Block.Limits", map());
-        root.add("Block.Limits.XMin", length(-5));
-        root.add("Origin", vec3("(0;0;0)"));
         auto* ref = new kapParameterRef();
         ref->set_ref_root_type("tool");
         root.add("Tool", kapParameterPtr(ref));
