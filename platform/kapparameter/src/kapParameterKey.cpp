@@ -89,12 +89,20 @@ void kapParameterKey::assign(std::string_view path) {
     text_.assign(path);
     valid_ = parse(text_, comps_);
     if (!valid_) comps_.clear();
+    split_ = true;
 }
 
 kapParameterKey& kapParameterKey::set_path(std::string_view path) {
     legacy_.clear();
-    assign(path);
+    text_.assign(path);
+    split_ = false;
     return *this;
+}
+
+void kapParameterKey::split_now() const {
+    valid_ = parse(text_, comps_);
+    if (!valid_) comps_.clear();
+    split_ = true;
 }
 
 kapParameterKey::kapParameterKey(const utString& path) {
@@ -109,7 +117,10 @@ kapParameterKey::kapParameterKey(std::string_view path) {
 
 kapParameterKey::kapParameterKey(const utString& name, const utString& legacy_key,
                                  const kapParameterKey& parent)
-    : text_(parent.text_), legacy_(legacy_key), comps_(parent.comps_), valid_(parent.valid_) {
+    : text_(parent.text_),
+      legacy_(legacy_key),
+      comps_(parent.components()),
+      valid_(parent.valid()) {
     if (!text_.empty()) text_ += '.';
     const auto offset = static_cast<std::uint32_t>(text_.size());
     text_ += name;
@@ -130,7 +141,8 @@ kapParameterKey::kapParameterKey(int index, const utString& name) {
     }
 }
 
-std::string_view kapParameterKey::first_view() const noexcept {
+std::string_view kapParameterKey::first_view() const {
+    split();
     if (comps_.empty()) return {};
     return component_text(0);
 }
@@ -144,6 +156,7 @@ utString kapParameterKey::first_lower() const {
 }
 
 kapParameterKey kapParameterKey::remainder() const {
+    split();
     kapParameterKey out;
     if (comps_.size() <= 1) return out;
     const std::uint32_t base = comps_[1].offset;
@@ -157,11 +170,14 @@ kapParameterKey kapParameterKey::remainder() const {
 }
 
 utString kapParameterKey::remainder_str() const {
+    split();
     if (comps_.size() <= 1) return utString();
     return text_.substr(comps_[1].offset);
 }
 
 kapParameterKey kapParameterKey::operator+(const kapParameterKey& rhs) const {
+    split();
+    rhs.split();
     if (empty()) return rhs;
     if (rhs.empty()) return *this;
     utString text = text_;

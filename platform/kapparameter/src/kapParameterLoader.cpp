@@ -50,7 +50,7 @@ int kapParameterLoader::load_par(const kapParameterKey& key, const utString& val
     // rebuilt for the value): the next pair resolves afresh.
     resolved_valid_ = false;
     auto& unrecognised = kapParameterUpdater::get_unrecognised_pars();
-    if (found == nullptr || found == &root_ || kapParameterMap::ut_dynamic_cast(found) != nullptr) {
+    if (found == nullptr || found == &root_ || found->is_map()) {
         unrecognised[key.str()] = value;
         return 0;
     }

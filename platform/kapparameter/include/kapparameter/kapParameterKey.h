@@ -37,19 +37,33 @@ class kapParameterKey {
     // empty).
     kapParameterKey(int index, const utString& name);
 
-    // Re-parses the key from a path, reusing the key's storage (loops over many paths).
+    // Points the key at another path, reusing its storage (loops over many paths). The path is
+    // split into components when they are first asked for, so a key only passed on by its text
+    // never is; such a key belongs to the thread using it.
     kapParameterKey& set_path(std::string_view path);
 
-    bool valid() const noexcept { return valid_; }
-    bool empty() const noexcept { return comps_.empty(); }
-    std::size_t size() const noexcept { return comps_.size(); }
+    bool valid() const {
+        split();
+        return valid_;
+    }
+    bool empty() const {
+        split();
+        return comps_.empty();
+    }
+    std::size_t size() const {
+        split();
+        return comps_.size();
+    }
 
     // Text of the first component ("ThicknessSetValues", or "[16]" for an index).
     utString first() const;
     utString first_lower() const;
-    std::string_view first_view() const noexcept;
+    std::string_view first_view() const;
     // Index of the first component, or -1 when it is a name.
-    int first_index() const noexcept { return comps_.empty() ? -1 : comps_[0].index; }
+    int first_index() const {
+        split();
+        return comps_.empty() ? -1 : comps_[0].index;
+    }
     // Everything after the first component.
     kapParameterKey remainder() const;
     utString remainder_str() const;
@@ -57,8 +71,12 @@ class kapParameterKey {
     // Legacy key of the last component, for declared keys; empty otherwise.
     const utString& legacy_key() const noexcept { return legacy_; }
 
-    const std::vector<Component>& components() const noexcept { return comps_; }
-    std::string_view component_text(std::size_t i) const noexcept {
+    const std::vector<Component>& components() const {
+        split();
+        return comps_;
+    }
+    std::string_view component_text(std::size_t i) const {
+        split();
         return std::string_view(text_).substr(comps_[i].offset, comps_[i].length);
     }
 
@@ -70,8 +88,15 @@ class kapParameterKey {
 
   private:
     void assign(std::string_view path);
+    // Splits a path set by set_path into its components, once.
+    void split() const {
+        if (!split_) split_now();
+    }
+    void split_now() const;
+
     utString text_;
     utString legacy_;
-    std::vector<Component> comps_;
-    bool valid_ = true;
+    mutable std::vector<Component> comps_;
+    mutable bool valid_ = true;
+    mutable bool split_ = true;  // false while a path set by set_path awaits splitting
 };
