@@ -210,8 +210,6 @@ TEST(ToolLoader, LegacyRules) {
     kapParameterUpdater::get_unrecognised_pars().clear();
     EXPECT_EQ(loader->load_par(kapParameterKey("radius"), "wide"), 0);
     EXPECT_EQ(kapParameterUpdater::get_unrecognised_pars().at("radius"), "wide");
-    for (const auto& row : kapToolPar::key_synonyms())
-        EXPECT_EQ(tool.lookup_key_synonym(utString(row.legacy)), row.current);
     // Synonyms are matched exactly: another letter case goes to the base, which answers it as is.
     EXPECT_EQ(tool.lookup_key_synonym("Tip"), "Tip");
 }
