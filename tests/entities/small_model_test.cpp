@@ -147,7 +147,6 @@ TEST(HierarchyElement, ComponentsAndWorkplanes) {
     EXPECT_TRUE(e.add_component(c1));
     EXPECT_TRUE(e.add_component(c2));
     EXPECT_FALSE(e.add_component(c1));
-    EXPECT_EQ(e.components().size(), 2u);
     EXPECT_TRUE(e.remove_component(c1));
     EXPECT_FALSE(e.remove_component(c1));
     ASSERT_EQ(e.components().size(), 1u);
@@ -159,7 +158,6 @@ TEST(HierarchyElement, ComponentsAndWorkplanes) {
     kapParameterPtr second = e.add_workplane({"Gone", kapObjectId{}});
     ASSERT_EQ(e["Workplanes"]->size(), 2u);
     EXPECT_EQ(e["Workplanes[0].Name"]->get_string(), "Front");
-    EXPECT_EQ(e["Workplanes[0].Workplane"]->get_ref_id(), wp.get_id());
     EXPECT_EQ(e["Workplanes[0].Workplane"]->follow(), &wp);
     EXPECT_EQ(e["Workplanes[1].Name"]->get_string(), "Gone");
     EXPECT_TRUE(e["Workplanes[1].Workplane"]->get_ref_id().empty());

@@ -233,7 +233,6 @@ TEST_F(Binding, NamesResolveAmongSiblingsThenOutwardToTheRoot) {
             {"Limits.Inner.Near", "Connections.Polar + 1", 2.0},
             {"Limits.Inner.Near", "Tolerance", 0.5},
             {"Limits.Inner.Near", "RootPar.Tolerance", 0.1},
-            {"Limits.Inner.Near", "Rootpar.Tolerance", 0.1},
             {"Limits.Inner.Near", "ROOTPAR.tolerance", 0.1},
             {"Limits.Inner.Near", "RootPar.Limits.Tolerance * 2", 1.0},
             {"Limits.Inner.Near", "RootPar.Rapid.SafeArea == 'plane'", true},
@@ -446,7 +445,6 @@ TEST_F(Binding, ParametersThatReadEachOtherAnswerACycleError) {
     put(r, "Loop.Third", formula("max(First; 1)"));
     run(toolpath, {
                       {"", "CycleA * 1", Err{kapErrCycle}},
-                      {"", "CycleB + 0", Err{kapErrCycle}},
                       {"", "Self + 0", Err{kapErrCycle}},
                       {"", "Loop.Second + 0", Err{kapErrCycle}},
                       {"", "Tolerance + 1", 1.1},          // nothing is left marked after a cycle
