@@ -11,6 +11,7 @@
 #include <utility>
 #include <vector>
 
+#include "../kapparameter/par_builders.h"
 #include "kappar/kapToolpathPar.h"
 #include "kapparameter/kapEvaluator.h"
 #include "kapparameter/kapExpr.h"
@@ -19,16 +20,12 @@ namespace {
 
 // A tool root with the tool entity's geometry names, enough for the cusp functions.
 kapParameterPtr make_tool(const char* type, double diameter, double tip_radius) {
-    auto* root = new kapParameterRoot("tool", 5, "T1");
-    kapParameterPtr hold(root);
-    root->add(kapParameterKey("Type"), kapParameterPtr(new kapParameterString(type)));
-    root->add(kapParameterKey("Diameter"),
-              kapParameterPtr(
-                  new kapParameterNumeric(kapSubTypeReal, kapDimensions(kapDimLength), diameter)));
-    root->add(kapParameterKey("TipRadius"),
-              kapParameterPtr(new kapParameterNumeric(kapSubTypeReal, kapDimensions(kapDimLength),
-                                                      tip_radius)));
-    return hold;
+    kapParameterPtr root(new kapParameterRoot("tool", 5, "T1"));
+    auto& r = static_cast<kapParameterMap&>(*root);
+    r.add("Type", text(type));
+    r.add("Diameter", length(diameter));
+    r.add("TipRadius", length(tip_radius));
+    return root;
 }
 
 void use_tool(kapToolpathPar& tp, const kapParameterPtr& tool) {
@@ -375,28 +372,28 @@ INSTANTIATE_TEST_SUITE_P(
 
 TEST(CuspValues, ErrorsWithoutAUsableTool) {
     kapToolpathPar tp("T");
+    const kapParameterPtr bare(new kapParameterRoot("tool", 5, "Bare"));  // no geometry
+    const kapParameterPtr ball = make_tool("ball_nosed", 10, 0);
+    struct Case {
+        const kapParameterPtr* tool;  // set before the case, when given
+        const char* text;
+        int code;
+    };
     // clang-format off
-    const std::pair<const char*, int> cases[] = {
-        {"cusp_from_stepover(1;Tool)",  kapErrNoItem},   // no tool set
-        {"stepover_from_cusp(0.1;Tool)", kapErrNoItem},
-        {"cusp_from_stepover(1)",       kapErrBadCall},
+    const Case cases[] = {
+        {nullptr, "cusp_from_stepover(1;Tool)",   kapErrNoItem},   // no tool set
+        {nullptr, "stepover_from_cusp(0.1;Tool)", kapErrNoItem},
+        {nullptr, "cusp_from_stepover(1)",        kapErrBadCall},
+        {&bare,   "cusp_from_stepover(1;Tool)",   kapErrNoItem},
+        {&ball,   "cusp_from_stepover(-1;Tool)",  kapErrDomain},
     };
     // clang-format on
-    for (const auto& [text, code] : cases) {
-        const kapParameterPtr v = eval(tp, text);
-        ASSERT_TRUE(v && v->is_error()) << text;
-        EXPECT_EQ(static_cast<const kapParameterError&>(*v).code(), code) << text;
+    for (const Case& c : cases) {
+        if (c.tool != nullptr) use_tool(tp, *c.tool);
+        const kapParameterPtr v = eval(tp, c.text);
+        ASSERT_TRUE(v && v->is_error()) << c.text;
+        EXPECT_EQ(static_cast<const kapParameterError&>(*v).code(), c.code) << c.text;
     }
-    // A tool without its geometry, and a negative stepover.
-    auto* bare = new kapParameterRoot("tool", 5, "Bare");
-    const kapParameterPtr hold(bare);
-    use_tool(tp, hold);
-    EXPECT_TRUE(eval(tp, "cusp_from_stepover(1;Tool)")->is_error());
-    const kapParameterPtr tool = make_tool("ball_nosed", 10, 0);
-    use_tool(tp, tool);
-    const kapParameterPtr negative = eval(tp, "cusp_from_stepover(-1;Tool)");
-    ASSERT_TRUE(negative->is_error());
-    EXPECT_EQ(static_cast<const kapParameterError&>(*negative).code(), kapErrDomain);
 }
 
 }  // namespace
