@@ -387,6 +387,18 @@ TEST_F(Binding, NumbersWhoseValueIsAnExpressionAreEvaluatedOnEveryRead) {
     // An expression that cannot be evaluated reads as 0; through the evaluator it is an error.
     EXPECT_EQ(at(toolpath, "Broken").get_double(), 0.0);
     run(toolpath, {{"", "Broken + 1", Err{kapErrNoItem}}, {"", "Thickness * 2", 6.0}});
+
+    // Programs on numbers alone, read through the nodes they are bound to.
+    const std::pair<const char*, double> numbers[] = {
+        {"-Tolerance*2", -0.5},       {"+Tolerance", 0.25},     {"min(3;Tolerance;2)", 0.25},
+        {"max(1;8*Tolerance;-1)", 2}, {"sqrt(4*Tolerance)", 1}, {"1/(Tolerance-0.25)", 0},
+        {"Tolerance/0.5-TRUE", -0.5},
+    };
+    for (const auto& [expression, want] : numbers) {
+        thickness.set_string(expression);
+        EXPECT_DOUBLE_EQ(thickness.get_double(), want) << expression;
+        EXPECT_DOUBLE_EQ(thickness.get_double(), want) << expression << ", read again";
+    }
 }
 
 TEST_F(Binding, StringsAreLiteralUnlessWrapped) {

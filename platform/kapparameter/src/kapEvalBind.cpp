@@ -56,10 +56,13 @@ void bind_names(const kapParameterMap& level, kapBoundExpr& b, std::uint64_t now
     // leaves the names unbound.
     b.runs = c.ok() && !c.uses_active() && c.calls().empty() && kapExprRunner::has_program(c);
     const auto names = c.names();
+    bool numbers = b.runs && kapExprRunner::numbers_only(c);
     for (std::uint32_t i = 0; i < b.size; ++i) {
         const kapParameter* node = b.runs ? resolve(&level, names[i]) : nullptr;
         b.names()[i] = {node, node != nullptr ? B::kind_of(*node) : B::kOther};
+        numbers = numbers && b.names()[i].kind == B::kNumber;
     }
+    b.numbers = numbers;
     b.structure = now;
     b.answer = 0;
 }

@@ -61,6 +61,8 @@ struct kapBoundExpr {
     std::uint64_t answer;     // activity: change count * 2 + answer; 0 when none is kept
     std::uint32_t size;       // names
     bool runs;                // the postfix program can run on the bound names
+    bool numbers;             // ... on a stack of numbers: it takes numbers alone, and every
+                              // name is bound to a number
     Name* names() noexcept { return reinterpret_cast<Name*>(this + 1); }
     const Name* names() const noexcept { return reinterpret_cast<const Name*>(this + 1); }
 };
@@ -126,6 +128,14 @@ struct kapParameterBinding {
         }
     }
 
+    // The plain number of a node bound as kNumber; false when it holds more (an expression, a
+    // callback on reading), which the general way answers.
+    [[gnu::always_inline]] static bool read_number(const kapParameter* p, double& out) {
+        if ((p->flags_ & kapParameter::kTextFlag) || p->impl_->onread != nullptr) return false;
+        out = p->slot_.number;
+        return true;
+    }
+
     static kapBindingSet*& set_of(const kapParameterMap& m) noexcept { return m.bindings_; }
 };
 
@@ -149,6 +159,9 @@ struct kapBoundReader {
     [[gnu::always_inline]] bool name(std::uint32_t i, kapExprScalar& out) const {
         return kapParameterBinding::read(names[i], out);
     }
+    [[gnu::always_inline]] bool number(std::uint32_t i, double& out) const {
+        return kapParameterBinding::read_number(names[i].node, out);
+    }
     static int active(std::uint32_t) { return kap_run_general; }
 };
 
@@ -157,6 +170,10 @@ struct kapBoundReader {
 // general way can answer.
 [[gnu::always_inline]] inline int kap_run_bound(const kapBoundExpr& b, bool as_bool, double& number,
                                                 bool& truth) {
+    if (b.numbers) {
+        return kapExprRunner::run_numbers(*b.compiled, kapBoundReader{b.names()}, as_bool, number,
+                                          truth);
+    }
     if (!b.runs) return kap_fast_general;
     return kapExprRunner::run(*b.compiled, kapBoundReader{b.names()}, as_bool, number, truth);
 }

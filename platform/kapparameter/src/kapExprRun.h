@@ -81,6 +81,123 @@ inline void set_bool(FastSlot& s, bool b) noexcept {
 struct kapExprRunner {
     static bool has_program(const kapExprCompiled& c) noexcept { return !c.fast_.empty(); }
 
+    // Whether the program works on numbers alone: number constants, names, arithmetic, min, max
+    // and the number functions; no texts, comparisons, logic, jumps or activity. Run on names
+    // that all hold plain numbers, run_numbers answers as run does.
+    static bool numbers_only(const kapExprCompiled& e) noexcept {
+        for (const kapExprStep& f : e.fast_) {
+            switch (f.op) {
+                case kapExprStepOp::constant:
+                    if (e.consts_[f.a].is_text()) return false;
+                    break;
+                case kapExprStepOp::number:
+                case kapExprStepOp::name:
+                case kapExprStepOp::neg:
+                case kapExprStepOp::pos:
+                case kapExprStepOp::mul:
+                case kapExprStepOp::div:
+                case kapExprStepOp::add:
+                case kapExprStepOp::sub:
+                case kapExprStepOp::min:
+                case kapExprStepOp::max:
+                case kapExprStepOp::math:
+                    break;
+                default:
+                    return false;
+            }
+        }
+        return !e.fast_.empty();
+    }
+
+    // run for a program that numbers_only accepts, on a stack of plain numbers; the reader
+    // answers number(i, out): the number names_[i] holds, false to give up.
+    template <class Reader>
+    [[gnu::always_inline]] static inline int run_numbers(const kapExprCompiled& e,
+                                                         const Reader& reader, bool as_bool,
+                                                         double& number, bool& truth) {
+        double st[kap_expr_fast_stack + 1];
+        double* top = st;
+        const kapExprStep* const end = e.fast_.data() + e.fast_.size();
+        for (const kapExprStep* f = e.fast_.data(); f < end; ++f) {
+            switch (f->op) {
+                case kapExprStepOp::constant:
+                    *++top = e.consts_[f->a].number();
+                    break;
+                case kapExprStepOp::number: {
+                    const std::uint64_t bits = (static_cast<std::uint64_t>(f->b) << 32) | f->a;
+                    std::memcpy(++top, &bits, sizeof bits);
+                    break;
+                }
+                case kapExprStepOp::name:
+                    if (!reader.number(f->a, *++top)) return kap_fast_general;
+                    break;
+                case kapExprStepOp::neg:
+                    *top = -*top;
+                    break;
+                case kapExprStepOp::pos:
+                    break;
+                case kapExprStepOp::mul:
+                case kapExprStepOp::div:
+                case kapExprStepOp::add:
+                case kapExprStepOp::sub: {
+                    const double y = *top--;
+                    const double x = *top;
+                    double r;
+                    switch (f->op) {
+                        case kapExprStepOp::mul:
+                            r = x * y;
+                            break;
+                        case kapExprStepOp::add:
+                            r = x + y;
+                            break;
+                        case kapExprStepOp::sub:
+                            r = x - y;
+                            break;
+                        default:
+                            if (y == 0.0) return kap_fast_error;
+                            r = x / y;
+                            break;
+                    }
+                    if (!std::isfinite(r)) return kap_fast_error;
+                    *top = r;
+                    break;
+                }
+                case kapExprStepOp::min:
+                case kapExprStepOp::max: {
+                    double* first = top - (f->n - 1);
+                    double best = first[0];
+                    for (int k = 1; k < f->n; ++k) {
+                        const double x = first[k];
+                        if (f->op == kapExprStepOp::min ? x < best : x > best) best = x;
+                    }
+                    top = first;
+                    *top = best;
+                    break;
+                }
+                case kapExprStepOp::math: {
+                    double* first = top - (f->n - 1);
+                    double r;
+                    const char* fault = nullptr;
+                    if (!kap_expr_math(f->a, first[0], f->n > 1 ? first[1] : 0.0, r, fault)) {
+                        return kap_fast_error;
+                    }
+                    top = first;
+                    *top = r;
+                    break;
+                }
+                default:
+                    return kap_fast_general;
+            }
+        }
+        if (top != st + 1) return kap_fast_general;
+        if (as_bool) {
+            truth = st[1] != 0.0;
+        } else {
+            number = st[1];
+        }
+        return kap_fast_done;
+    }
+
     // The postfix program. Every step is one the tree evaluation takes as well, in the same order,
     // so giving up half way and evaluating the tree gives the same answer; the program only saves
     // the values, the recursion and the messages.
