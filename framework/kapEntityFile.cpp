@@ -162,30 +162,25 @@ bool load_pairs(kapParameterRoot& root, const kapFileDocument& doc, int current,
     std::vector<PairOutcome> outcomes(doc.pairs.size());
     ParameterIndex set_by(doc.pairs.size());
     kapParameterKey key;
-    utString resolved;  // reused from pair to pair
     for (std::size_t i = 0; i < doc.pairs.size(); ++i) {
         const kapFilePair& pair = doc.pairs[i];
         key.set_path(pair.key);
         // The parameter the key names, as the loader will find it (names and legacy keys match
         // in any letter case, so "tolerance" names the parameter "Tolerance" names). The loader
         // remembers it for the load that follows.
-        const utString* synonym = nullptr;
-        const kapParameter* target = loader->resolve(key.str(), &synonym);
-        if (target != nullptr) {
+        if (const kapParameter* target = loader->resolve(key.str())) {
             if (const std::size_t first = set_by.find(target); first != ParameterIndex::npos) {
                 outcomes[i] = PairOutcome{kDuplicate, first};
                 continue;
             }
         }
-        resolved.assign(*synonym);
         const int result = loader->load_par(key, pair.value);
         loader->forget_resolved();
         outcomes[i].result = result;
         if (result != 1) continue;
         // An entity's loader may rewrite the key ("stockmodel" to "stockmodel.id"): the
-        // parameter set is the one its stored key names.
-        const utString& stored = loader->loaded_keys().last();
-        if (stored != resolved) target = root.find_node(stored);
+        // parameter set is the one the stored key names.
+        const kapParameter* target = loader->last_stored();
         if (target == nullptr) continue;
         if (const std::size_t first = set_by.insert(target, i); first != ParameterIndex::npos) {
             // Found only once loaded: load the first value again so that it is the one kept.

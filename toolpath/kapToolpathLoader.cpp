@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <cstring>
 #include <iterator>
+#include <utility>
 #include <vector>
 
 #include "kappar/kapToolpathPar.h"
@@ -64,11 +65,17 @@ class SynonymTable {
             while (slots_[i].row != 0)
                 i = (i + 1) & kMask;
             slots_[i] = Slot{tag(h), static_cast<std::uint16_t>(row + 1)};
+            const auto [length, first] = sketch(kSynonyms[row].legacy);
+            sketch_[length][first / 64] |= std::uint64_t{1} << (first % 64);
         }
     }
 
     // The row whose old key is `key`, or null.
     const kapToolpathPar::Synonym* find(std::string_view key) const noexcept {
+        // Most keys a file holds are current and no old key has their length and first letter:
+        // those are answered before hashing.
+        const auto [length, first] = sketch(key);
+        if ((sketch_[length][first / 64] >> (first % 64) & 1) == 0) return nullptr;
         const std::uint32_t h = hash(key);
         const std::uint16_t t = tag(h);
         for (std::uint32_t i = h & kMask;; i = (i + 1) & kMask) {
@@ -79,6 +86,13 @@ class SynonymTable {
     }
 
   private:
+    // The length (63 for any longer) and the first byte (its low seven bits) of a key.
+    static std::pair<std::size_t, unsigned> sketch(std::string_view key) noexcept {
+        const std::size_t length = key.size() < 63 ? key.size() : 63;
+        const unsigned first = key.empty() ? 0U : static_cast<unsigned char>(key[0]) & 0x7fU;
+        return {length, first};
+    }
+
     static std::uint32_t hash(std::string_view key) noexcept {
         constexpr std::uint64_t kMul = 0x9E3779B97F4A7C15ULL;
         std::uint64_t h = key.size() * kMul;
@@ -111,6 +125,8 @@ class SynonymTable {
         std::uint16_t row = 0;  // 1 + the row; 0 for an empty slot
     };
     std::array<Slot, kSlots> slots_{};
+    // For each length, the first bytes of the old keys of that length, one bit each.
+    std::uint64_t sketch_[64][2] = {};
 };
 
 const SynonymTable& synonym_table() {

@@ -4,6 +4,7 @@
 #include <array>
 #include <charconv>
 #include <cmath>
+#include <cstdint>
 #include <numbers>
 
 #include "kapExprProgram.h"
@@ -275,6 +276,18 @@ bool kapExpr::parse_number(std::string_view t, double& out) noexcept {
     }
     // Digits or a point first: no "inf", "nan", no second sign.
     if (t.empty() || !((t.front() >= '0' && t.front() <= '9') || t.front() == '.')) return false;
+    if (t.size() <= 9) {
+        // A whole number of up to nine digits, the most common value of all, read directly
+        // (exact, as the general reader gives it).
+        std::uint32_t n = 0;
+        std::size_t i = 0;
+        for (; i < t.size() && t[i] >= '0' && t[i] <= '9'; ++i)
+            n = n * 10 + static_cast<std::uint32_t>(t[i] - '0');
+        if (i == t.size()) {
+            out = negative ? -static_cast<double>(n) : static_cast<double>(n);
+            return true;
+        }
+    }
     double v = 0.0;
     const auto [ptr, ec] = std::from_chars(t.data(), t.data() + t.size(), v);
     if (ec != std::errc() || ptr != t.data() + t.size()) return false;

@@ -42,6 +42,8 @@ class kapParameterLoader {
     kapParameterRoot& root() noexcept { return root_; }
     // The current keys of the pairs stored so far, in the order met.
     const utStringcoSList& loaded_keys() const noexcept { return loaded_; }
+    // The parameter the last pair stored (the last of loaded_keys()), or null before the first.
+    const kapParameter* last_stored() const noexcept { return last_stored_; }
 
     // The parameter that `load_par` of the base would store `key` in, before any rewrite: the
     // node (or null) at the root's synonym of `key`, that current key in `current`. The last
@@ -62,6 +64,8 @@ class kapParameterLoader {
     utString resolved_current_;
     const kapParameter* resolved_node_ = nullptr;
     bool resolved_valid_ = false;
+    kapPathCursor cursor_;  // the walk of the last key resolved
+    const kapParameter* last_stored_ = nullptr;
 };
 
 // One step of a version chain: migrates the root from version N to N + 1 and sets `version`.
