@@ -347,11 +347,6 @@ TEST(LockHolder, CopiesAndFixup) {
 // ---------------------------------------------------------------------------------------------
 // Geometry conversions
 
-kapParameterPtr vector(int n) {
-    return kapParameterPtr(new kapParameterVector(
-        n, kapParameterNumeric(kapSubTypeReal, kapDimensions(kapDimLength), 0)));
-}
-
 bool same_bits(double a, double b) {
     return std::bit_cast<std::uint64_t>(a) == std::bit_cast<std::uint64_t>(b);
 }
@@ -360,7 +355,7 @@ TEST(GeometryConversions, VectorsRoundTripExactly) {
     const giVector3 values[] = {
         {0.1, -2.5, 1.0 / 3.0}, {1e-300, 1e300, -7}, {0, 0, 0}, {123456.789, -0.000001, 42}};
     for (const giVector3& v : values) {
-        kapParameterPtr par = vector(3);
+        kapParameterPtr par = vec(3);
         giVector3 back(9, 9, 9);
         ASSERT_TRUE(kapParameterUtils::from_givector3(par, v));
         ASSERT_TRUE(kapParameterUtils::to_givector3(par, back));
@@ -372,8 +367,8 @@ TEST(GeometryConversions, VectorsRoundTripExactly) {
         EXPECT_EQ(back, v);
     }
     giVector3 untouched(1, 2, 3);
-    EXPECT_FALSE(kapParameterUtils::from_givector3(vector(2), untouched));
-    EXPECT_FALSE(kapParameterUtils::to_givector3(vector(4), untouched));
+    EXPECT_FALSE(kapParameterUtils::from_givector3(vec(2), untouched));
+    EXPECT_FALSE(kapParameterUtils::to_givector3(vec(4), untouched));
     EXPECT_FALSE(kapParameterUtils::to_givector3(length(1), untouched));
     EXPECT_EQ(untouched, giVector3(1, 2, 3));
 }
@@ -382,7 +377,7 @@ TEST(GeometryConversions, WorkplaneFillsTheAxesAMapHas) {
     Tree t;
     t.root.add("WPlane", map());
     for (const char* name : {"Origin", "YAxis", "ZAxis"}) {
-        t.root.add(std::string("WPlane.") + name, vector(3));
+        t.root.add(std::string("WPlane.") + name, vec(3));
     }
     const giWorkplane3 wp(giPoint3(1, 2, 3), giVector3(0, 1, 0), giVector3(-1, 0, 0),
                           giVector3(0, 0, 1));

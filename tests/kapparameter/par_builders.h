@@ -28,10 +28,11 @@ inline kapParameterPtr choice(std::initializer_list<const char*> states,
     return p;
 }
 
-inline kapParameterPtr vec3(const char* v) {
+// A vector of `n` lengths, set to `v` when given.
+inline kapParameterPtr vec(int n, const char* v = nullptr) {
     const kapParameterNumeric component(kapSubTypeReal, kapDimensions(kapDimLength), 0.0);
-    kapParameterPtr p(new kapParameterVector(3, component));
-    p->set_string(v);
+    kapParameterPtr p(new kapParameterVector(n, component));
+    if (v != nullptr) p->set_string(v);
     return p;
 }
 
