@@ -17,11 +17,6 @@
 
 namespace {
 
-kapParameterPtr expr(const char* text) {
-    kapParameterPtr p = length(0);
-    p->set_string(text);
-    return p;
-}
 kapParameterMap* as_map(const kapParameterPtr& p) {
     return kapParameterMap::ut_dynamic_cast(p.pointer());
 }
@@ -54,7 +49,7 @@ struct Tree {
 TEST(Links, LinkThenUnlinkLeavesNoTrace) {
     Tree t;
     kapParameterRoot before(t.root);
-    kapParameterPtr node = expr("C+A");
+    kapParameterPtr node = formula("C+A");
     node->set_onmodify_callback(count_change);
     kapParameterPtr map = t.root["Map"];
 
@@ -136,9 +131,8 @@ TEST(Links, EitherSideGoingFirstDropsTheLink) {
 kapParameterPtr make(std::string_view s) {
     if (s == "{}") return map();
     if (s == "?") return kapParameterError::create(kapErrNoItem, "no such item: X");
-    if (s.front() == '\'')
-        return kapParameterPtr(new kapParameterString(std::string(s.substr(1, s.size() - 2))));
-    if (s.front() == '=') return expr(std::string(s.substr(1)).c_str());
+    if (s.front() == '\'') return text(std::string(s.substr(1, s.size() - 2)).c_str());
+    if (s.front() == '=') return formula(std::string(s.substr(1)).c_str());
     return length(std::stod(std::string(s)));
 }
 
@@ -236,10 +230,10 @@ TEST(Operators, AnExpressionAnswerEvaluatesWhereItIsPlaced) {
 TEST(Print, NestedMapAtEachDepth) {
     Tree t;
     t.root.add("Map.Inner", map());
-    t.root.add("Map.Inner.Text", kapParameterPtr(new kapParameterString("a b")));
+    t.root.add("Map.Inner.Text", text("a b"));
     t.root.add("Map.Empty", map());
-    t.root.add("List", kapParameterPtr(new kapParameterList()));
-    as_map(t.root["List"])->append(expr("A*2"));
+    t.root.add("List", list());
+    as_map(t.root["List"])->append(formula("A*2"));
     as_map(t.root["List"])->append(length(0.5));
     const struct {
         const char* path;
