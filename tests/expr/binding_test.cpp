@@ -790,13 +790,13 @@ class VouchingRoot : public kapParameterRoot {
         return fn == &wide_tool || fn == &asks_back;
     }
     bool method_answers_from_values(std::string_view name) const override {
-        return name == "widetool";
+        return name == "widemethod";
     }
     kapParameterPtr lookup_method(const kapParameterKey& key) const override {
         const utString name = key.first_lower();
-        if (name == "widetool" || name == "widetoolunvouched") {
+        if (name == "widemethod" || name == "widemethodunvouched") {
             return kapParameterPtr(new kapParameterMemberFunction(
-                name == "widetool" ? &wide_tool : &wide_tool_unvouched, this));
+                name == "widemethod" ? &wide_tool : &wide_tool_unvouched, this));
         }
         return kapParameterRoot::lookup_method(key);
     }
@@ -839,9 +839,9 @@ TEST_P(ActivityFunctions, RememberedOnlyWhenTheFunctionReadsValues) {
 INSTANTIATE_TEST_SUITE_P(
     Conditions, ActivityFunctions,
     ::testing::Values(FnCase{"Member", "WideTool() and Limit > 0", 1},
-                      FnCase{"Method", "widetool() and Limit > 0", 1},
+                      FnCase{"Method", "widemethod() and Limit > 0", 1},
                       FnCase{"MemberUnvouched", "WideToolUnvouched() and Limit > 0", 2},
-                      FnCase{"MethodUnvouched", "widetoolunvouched() and Limit > 0", 2},
+                      FnCase{"MethodUnvouched", "widemethodunvouched() and Limit > 0", 2},
                       FnCase{"ActiveStaysUnsure", "WideTool() and active(Limit) and Limit > 0", 2}),
     [](const auto& test) { return std::string(test.param.name); });
 
