@@ -4,9 +4,11 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <initializer_list>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <variant>
 #include <vector>
@@ -24,31 +26,6 @@ namespace {
 // ---------------------------------------------------------------------------------------------
 // Building trees
 
-kapParameterPtr flag(int v) {
-    return kapParameterNumeric::create_bool(v);
-}
-kapParameterPtr list() {
-    return kapParameterPtr(new kapParameterList());
-}
-// A number whose value is an expression.
-kapParameterPtr formula(const char* expression) {
-    kapParameterPtr p = number(0);
-    p->set_string(expression);
-    return p;
-}
-kapParameterPtr function(kapMemberFn fn) {
-    return kapParameterPtr(new kapParameterMemberFunction(fn, nullptr));
-}
-
-// A reference to `root`; with `type`, only to a root of that type.
-kapParameterPtr ref_to(const kapParameter& root, const char* type = nullptr) {
-    auto* ref = new kapParameterRef();
-    kapParameterPtr p(ref);
-    if (type != nullptr) ref->set_ref_root_type(type);
-    ref->set_ref_from_id(static_cast<const kapParameterRoot&>(root).get_id());
-    return p;
-}
-
 kapParameter* put(kapParameter& parent, const char* path, const kapParameterPtr& p,
                   const char* active = nullptr) {
     kapParameterPtr added = static_cast<kapParameterMap&>(parent).add(path, p);
@@ -56,10 +33,13 @@ kapParameter* put(kapParameter& parent, const char* path, const kapParameterPtr&
     return added.pointer();
 }
 
-kapParameter& at(const kapParameterPtr& root, const char* path) {
-    const kapParameter* p = root->find_node(path);
+kapParameter& at(const kapParameter& root, const char* path) {
+    const kapParameter* p = root.find_node(path);
     EXPECT_NE(p, nullptr) << path;
     return *const_cast<kapParameter*>(p);
+}
+kapParameter& at(const kapParameterPtr& root, const char* path) {
+    return at(*root, path);
 }
 
 // A tool. Its kind function is a parameter of the tree: it answers from the tree it is in.
@@ -559,10 +539,15 @@ const kapParameterRoot& sealed_prototype() {
         static constexpr kapDeclRow rows[] = {
             {.path = "Type", .legacy = {}, .label = "L", .kind = K::enumeration, .states = kTypes, .def = "a"},
             {.path = "Tolerance", .legacy = {}, .label = "L", .def = "0.1"},
+            {.path = "Mode", .legacy = {}, .label = "L", .kind = K::enumeration, .states = kModes, .def = "on"},
             {.path = "Group", .legacy = {}, .label = "L", .kind = K::map},
             {.path = "Group.Inner", .legacy = {}, .label = "L", .kind = K::map},
             {.path = "Group.Inner.Value", .legacy = {}, .label = "L", .def = "1",
              .active = "Type=='a' AND Tolerance < 1"},
+            {.path = "Group.Inner.Near", .legacy = {}, .label = "L", .def = "2*Tolerance"},
+            {.path = "Group.Inner.Far", .legacy = {}, .label = "L", .def = "RootPar.Tolerance+1"},
+            {.path = "Group.Inner.Shown", .legacy = {}, .label = "L", .kind = K::flag, .def = "0",
+             .active = "Tolerance < 1 AND Mode=='on'"},
             {.path = "Open", .legacy = {}, .label = "L", .kind = K::open_map},
             {.path = "Open.Flag", .legacy = {}, .label = "L", .kind = K::flag, .def = "0", .active = "Tolerance < 1"},
             {.path = "Sets", .legacy = {}, .label = "L", .kind = K::array, .size = 3},
@@ -631,6 +616,102 @@ TEST(BindingSealed, RememberedLookupsFollowEachTree) {
     expect_answer(kapEvaluator(a).evaluate("Sets[2].Mode"), Err{kapErrNoItem}, "removed");
 }
 
+// Reads of names bound to the nodes they resolve to: after any change to the tree, an expression
+// read again answers as a fresh lookup would. "Group.Inner.Near" doubles the nearest "Tolerance";
+// "Group.Inner.Shown" is active while it is below 1 and "Mode" is "on".
+struct Expect {
+    double near, far;
+    bool shown;
+};
+
+void expect_reads(const kapParameter& root, const Expect& e, const char* what) {
+    // Twice: the second read goes by the binding the first one made.
+    for (int pass = 0; pass < 2; ++pass) {
+        EXPECT_DOUBLE_EQ(at(root, "Group.Inner.Near").get_double(), e.near) << what;
+        EXPECT_DOUBLE_EQ(at(root, "Group.Inner.Far").get_double(), e.far) << what;
+        EXPECT_EQ(at(root, "Group.Inner.Shown").is_active(), e.shown) << what;
+    }
+}
+
+TEST(BoundRead, FollowsEveryChangeOfTheTree) {
+    struct Change {
+        const char* what;
+        std::function<void(kapParameterRoot&)> change;
+        Expect after;
+    };
+    const Change cases[] = {
+        {"nothing changes", [](kapParameterRoot&) {}, {0.2, 1.1, true}},
+        {"a value changes",
+         [](kapParameterRoot& r) { at(r, "Tolerance").set_double(2); },
+         {4, 3, false}},
+        {"a state changes",
+         [](kapParameterRoot& r) { at(r, "Mode").set_string("off"); },
+         {0.2, 1.1, false}},
+        {"a sibling shadows the outer name",
+         [](kapParameterRoot& r) { put(at(r, "Group.Inner"), "Tolerance", number(5)); },
+         {10, 1.1, false}},
+        {"a map between shadows it",
+         [](kapParameterRoot& r) { put(at(r, "Group"), "tolerance", number(0.5)); },
+         {1, 1.1, true}},
+        {"the node read is removed",
+         [](kapParameterRoot& r) { EXPECT_TRUE(r.remove("Tolerance")); },
+         {0, 0, true}},
+        {"the node read is replaced",
+         [](kapParameterRoot& r) { r.add("Tolerance", number(3)); },
+         {6, 4, false}},
+        {"a sibling is renamed to the name",
+         [](kapParameterRoot& r) {
+             put(at(r, "Group.Inner"), "Other", number(7))->set_name("Tolerance");
+         },
+         {14, 1.1, false}},
+        {"the value read becomes an expression",
+         [](kapParameterRoot& r) { at(r, "Tolerance").set_string("Mode=='on'"); },
+         {2, 2, false}},
+    };
+    for (const Change& c : cases) {
+        kapParameterRoot root("sealed", 1, "");
+        root.copy_children_from(sealed_prototype());
+        expect_reads(root, {0.2, 1.1, true}, "before");
+        c.change(root);
+        expect_reads(root, c.after, c.what);
+    }
+}
+
+TEST(BoundRead, ACopyIsWholeAndReadsItsOwnNodes) {
+    auto owned = std::make_unique<kapParameterRoot>("sealed", 1, "");
+    kapParameterRoot& source = *owned;
+    source.copy_children_from(sealed_prototype());
+    expect_reads(source, {0.2, 1.1, true}, "source");
+    kapParameterRoot copy(source);
+    at(copy, "Tolerance").set_double(3);
+    expect_reads(copy, {6, 4, false}, "copy");
+    expect_reads(source, {0.2, 1.1, true}, "source after the copy changed");
+    {
+        // A copy that goes leaves the source's reads alone.
+        kapParameterRoot gone(source);
+        expect_reads(gone, {0.2, 1.1, true}, "second copy");
+    }
+    at(source, "Mode").set_string("off");
+    expect_reads(source, {0.2, 1.1, false}, "source");
+    expect_reads(copy, {6, 4, false}, "copy after the source changed");
+
+    // A copy of a changed tree: nodes added after the tree was laid out, a child array that grew, a
+    // node gone, a text.
+    for (const char* name : {"A", "B", "C", "D", "E"}) {
+        put(at(source, "Group.Inner"), name, number(1));
+    }
+    EXPECT_TRUE(source.remove("Mode"));
+    at(source, "Group.Inner.Near").set_string("3*Tolerance");
+    kapParameterRoot c(source);
+    EXPECT_TRUE(c.is_equal(source));
+    owned.reset();  // the copy shares no node with its source
+    EXPECT_EQ(at(c, "Group.Inner").size(), 9u);
+    EXPECT_EQ(c.find_node("Mode"), nullptr);
+    EXPECT_DOUBLE_EQ(at(c, "Group.Inner.Near").get_double(), 0.3);
+    at(c, "Group.Inner.E").set_double(2);
+    EXPECT_DOUBLE_EQ(at(c, "Group.Inner.E").get_double(), 2);
+}
+
 // Functions of entities reached through references: each condition asks its own entity, however
 // alike the paths to them are.
 TEST(BindingSealed, FunctionsThroughReferencesAskTheirOwnEntity) {
@@ -683,6 +764,108 @@ TEST(BindingSealed, FunctionsThroughReferencesAskTheirOwnEntity) {
     EXPECT_TRUE(at(r, "D").is_active());
     at(r, "Level").set_ref_from_id(kapObjectId{});
     EXPECT_TRUE(at(r, "D").is_active());
+}
+
+// ---------------------------------------------------------------------------------------------
+// Activity conditions that call member functions: answers of functions that read only values are
+// remembered until a value changes; any other call is answered afresh on every ask.
+
+int g_calls = 0;
+
+// Reads the tool's diameter through the "Tool" reference.
+kapParameterPtr wide_tool(const kapParameter& self, const kapParameterPtr&) {
+    ++g_calls;
+    const kapParameterRoot* root = kapParameterRoot::get_root(&self);
+    const kapParameter* ref = root != nullptr ? root->find_node("Tool") : nullptr;
+    const kapParameter* tool = ref != nullptr ? ref->follow() : nullptr;
+    const kapParameter* d = tool != nullptr ? tool->find_node("Diameter") : nullptr;
+    return kapParameterNumeric::create_bool(d != nullptr && d->get_double() > 5.0);
+}
+
+// The same reading, but the root does not vouch for it.
+kapParameterPtr wide_tool_unvouched(const kapParameter& self, const kapParameterPtr& args) {
+    return wide_tool(self, args);
+}
+
+// Asks the activity of the parameter whose condition calls it.
+kapParameterPtr asks_back(const kapParameter& self, const kapParameterPtr&) {
+    ++g_calls;
+    const kapParameterRoot* root = kapParameterRoot::get_root(&self);
+    const kapParameter* p = root != nullptr ? root->find_node("Loop") : nullptr;
+    return kapParameterNumeric::create_bool(p != nullptr && p->is_active());
+}
+
+class VouchingRoot : public kapParameterRoot {
+  public:
+    VouchingRoot() : kapParameterRoot("toolpath", 1, "TP") {}
+    bool answers_from_values(kapMemberFn fn) const override {
+        return fn == &wide_tool || fn == &asks_back;
+    }
+    bool method_answers_from_values(std::string_view name) const override {
+        return name == "widemethod";
+    }
+    kapParameterPtr lookup_method(const kapParameterKey& key) const override {
+        const utString name = key.first_lower();
+        if (name == "widemethod" || name == "widemethodunvouched") {
+            return kapParameterPtr(new kapParameterMemberFunction(
+                name == "widemethod" ? &wide_tool : &wide_tool_unvouched, this));
+        }
+        return kapParameterRoot::lookup_method(key);
+    }
+};
+
+struct FnCase {
+    const char* name;
+    const char* condition;
+    int calls_for_two_asks;  // the second ask is answered from memory when 1
+};
+
+class ActivityFunctions : public ::testing::TestWithParam<FnCase> {};
+
+TEST_P(ActivityFunctions, RememberedOnlyWhenTheFunctionReadsValues) {
+    const FnCase& c = GetParam();
+    kapParameterPtr tool(new kapParameterRoot("tool", 1, "T1"));
+    put(*tool, "Diameter", number(10));
+    kapParameterPtr tp(new VouchingRoot());
+    put(*tp, "Tool", ref_to(*tool, "tool"));
+    put(*tp, "WideTool", function(&wide_tool));
+    put(*tp, "WideToolUnvouched", function(&wide_tool_unvouched));
+    put(*tp, "Limit", number(1));
+    const kapParameter& p = *put(*tp, "Stepdown", number(1), c.condition);
+
+    EXPECT_TRUE(p.is_active());  // compiles the condition
+    g_calls = 0;
+    EXPECT_TRUE(p.is_active());
+    EXPECT_TRUE(p.is_active());
+    EXPECT_EQ(g_calls, c.calls_for_two_asks);
+
+    // A value the function reads in the other root, then one the condition reads itself.
+    at(tool, "Diameter").set_double(2.0);
+    EXPECT_FALSE(p.is_active());
+    at(tool, "Diameter").set_double(20.0);
+    EXPECT_TRUE(p.is_active());
+    at(tp, "Limit").set_double(0.0);
+    EXPECT_FALSE(p.is_active());
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Conditions, ActivityFunctions,
+    ::testing::Values(FnCase{"Member", "WideTool() and Limit > 0", 1},
+                      FnCase{"Method", "widemethod() and Limit > 0", 1},
+                      FnCase{"MemberUnvouched", "WideToolUnvouched() and Limit > 0", 2},
+                      FnCase{"MethodUnvouched", "widemethodunvouched() and Limit > 0", 2},
+                      FnCase{"ActiveStaysUnsure", "WideTool() and active(Limit) and Limit > 0", 2}),
+    [](const auto& test) { return std::string(test.param.name); });
+
+TEST(ActivityFunctionsCycle, FunctionAskingTheSameNodeDoesNotRecurse) {
+    kapParameterPtr tp(new VouchingRoot());
+    put(*tp, "AsksBack", function(&asks_back));
+    const kapParameter& loop = *put(*tp, "Loop", number(1), "AsksBack()");
+    g_calls = 0;
+    // The inner ask meets the condition being evaluated: it counts as active.
+    EXPECT_TRUE(loop.is_active());
+    EXPECT_TRUE(loop.is_active());
+    EXPECT_LE(g_calls, 4);
 }
 
 }  // namespace

@@ -36,8 +36,7 @@ struct Trees {
         part.add("Strategy", choice({"raster", "offset", "pencil"}, "raster"));
         part.add("Tolerance", number(0.1));
         part.add("Name", text("a"));
-        part.add("Tool", kapParameterPtr(new kapParameterRef()));
-        mut(part.find_node("Tool"))->set_ref_from_id(tool.get_id());
+        part.add("Tool", ref_to(tool));
         part.add("Block", map());
         part.add("Block.Y", number(1));
         part.add("Shield", number(5));
@@ -45,11 +44,9 @@ struct Trees {
         part.add("Block.Inner", map());
         part.add("Block.Inner.X", number(2));
         part.add("Block.Inner.Z", number(3));
-        part.add("Limit", number(0));
-        at("Limit").set_string("Tolerance*10");
+        part.add("Limit", formula("Tolerance*10"));
         g_external = 0.5;
-        part.add("External", number(0));
-        at("External").set_onread_callback(&read_external);
+        part.add("External", number(0))->set_onread_callback(&read_external);
     }
     kapParameter& at(const char* path) { return *mut(part.find_node(path)); }
 };
@@ -123,11 +120,9 @@ TEST(ActivityCache, ManyTreesInterleaved) {
         r->add("Level", number(1));
         r->add("Even", number(i % 2 == 0 ? 1 : 0));
         r->add("A", map());
-        r->add("A.B", map());
-        mut(r->find_node("A.B"))->set_active("Level>=0");
+        r->add("A.B", map())->set_active("Level>=0");
         for (const char* leaf : {"A.B.x", "A.B.y", "A.z"}) {
-            r->add(leaf, number(0));
-            mut(r->find_node(leaf))->set_active("Even==1");
+            r->add(leaf, number(0))->set_active("Even==1");
         }
         roots.push_back(std::move(r));
     }
@@ -159,8 +154,7 @@ TEST(ActivityCache, RebuiltTreeAnswersAfresh) {
         kapParameterRoot r("part", 1, "P");
         r.add("Level", number(round));
         r.add("A", map());
-        r.add("A.x", number(0));
-        mut(r.find_node("A.x"))->set_active(round % 2 == 0 ? "Level>=0" : "Level<0");
+        r.add("A.x", number(0))->set_active(round % 2 == 0 ? "Level>=0" : "Level<0");
         EXPECT_EQ(mut(r.find_node("A.x"))->is_active(), round % 2 == 0) << round;
     }
 }

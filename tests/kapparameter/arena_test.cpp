@@ -28,7 +28,7 @@ kapParameterRoot& prototype() {
         auto* root = new kapParameterRoot("arena", 1, "");
         root->add("Tolerance", length(0.1));
         root->add("Strategy", choice({"raster", "offset"}));
-        root->add("Origin", vec3("(1;2;3)"));
+        root->add("Origin", vec(3, "(1;2;3)"));
         root->add("Label", text("a label longer than sixteen characters"));
         root->add("Block", map());
         root->add("Block.Diameter", length(10));

@@ -21,7 +21,7 @@ struct Locked {
         root.add("Num", length(1));
         root.add("Kind", choice({"a", "b"}));
         root.add("Text", text(""));
-        root.add("Vec", vec3("(0;0;0)"));
+        root.add("Vec", vec(3, "(0;0;0)"));
         root.add("Ref", kapParameterPtr(new kapParameterRef()));
         root.add("Map", ::map());
         root.add("Map.Inner", length(2));

@@ -17,11 +17,6 @@
 
 namespace {
 
-kapParameterPtr expr(const char* text) {
-    kapParameterPtr p = length(0);
-    p->set_string(text);
-    return p;
-}
 kapParameterMap* as_map(const kapParameterPtr& p) {
     return kapParameterMap::ut_dynamic_cast(p.pointer());
 }
@@ -54,7 +49,7 @@ struct Tree {
 TEST(Links, LinkThenUnlinkLeavesNoTrace) {
     Tree t;
     kapParameterRoot before(t.root);
-    kapParameterPtr node = expr("C+A");
+    kapParameterPtr node = formula("C+A");
     node->set_onmodify_callback(count_change);
     kapParameterPtr map = t.root["Map"];
 
@@ -136,9 +131,8 @@ TEST(Links, EitherSideGoingFirstDropsTheLink) {
 kapParameterPtr make(std::string_view s) {
     if (s == "{}") return map();
     if (s == "?") return kapParameterError::create(kapErrNoItem, "no such item: X");
-    if (s.front() == '\'')
-        return kapParameterPtr(new kapParameterString(std::string(s.substr(1, s.size() - 2))));
-    if (s.front() == '=') return expr(std::string(s.substr(1)).c_str());
+    if (s.front() == '\'') return text(std::string(s.substr(1, s.size() - 2)).c_str());
+    if (s.front() == '=') return formula(std::string(s.substr(1)).c_str());
     return length(std::stod(std::string(s)));
 }
 
@@ -236,10 +230,10 @@ TEST(Operators, AnExpressionAnswerEvaluatesWhereItIsPlaced) {
 TEST(Print, NestedMapAtEachDepth) {
     Tree t;
     t.root.add("Map.Inner", map());
-    t.root.add("Map.Inner.Text", kapParameterPtr(new kapParameterString("a b")));
+    t.root.add("Map.Inner.Text", text("a b"));
     t.root.add("Map.Empty", map());
-    t.root.add("List", kapParameterPtr(new kapParameterList()));
-    as_map(t.root["List"])->append(expr("A*2"));
+    t.root.add("List", list());
+    as_map(t.root["List"])->append(formula("A*2"));
     as_map(t.root["List"])->append(length(0.5));
     const struct {
         const char* path;
@@ -347,11 +341,6 @@ TEST(LockHolder, CopiesAndFixup) {
 // ---------------------------------------------------------------------------------------------
 // Geometry conversions
 
-kapParameterPtr vector(int n) {
-    return kapParameterPtr(new kapParameterVector(
-        n, kapParameterNumeric(kapSubTypeReal, kapDimensions(kapDimLength), 0)));
-}
-
 bool same_bits(double a, double b) {
     return std::bit_cast<std::uint64_t>(a) == std::bit_cast<std::uint64_t>(b);
 }
@@ -360,7 +349,7 @@ TEST(GeometryConversions, VectorsRoundTripExactly) {
     const giVector3 values[] = {
         {0.1, -2.5, 1.0 / 3.0}, {1e-300, 1e300, -7}, {0, 0, 0}, {123456.789, -0.000001, 42}};
     for (const giVector3& v : values) {
-        kapParameterPtr par = vector(3);
+        kapParameterPtr par = vec(3);
         giVector3 back(9, 9, 9);
         ASSERT_TRUE(kapParameterUtils::from_givector3(par, v));
         ASSERT_TRUE(kapParameterUtils::to_givector3(par, back));
@@ -372,8 +361,8 @@ TEST(GeometryConversions, VectorsRoundTripExactly) {
         EXPECT_EQ(back, v);
     }
     giVector3 untouched(1, 2, 3);
-    EXPECT_FALSE(kapParameterUtils::from_givector3(vector(2), untouched));
-    EXPECT_FALSE(kapParameterUtils::to_givector3(vector(4), untouched));
+    EXPECT_FALSE(kapParameterUtils::from_givector3(vec(2), untouched));
+    EXPECT_FALSE(kapParameterUtils::to_givector3(vec(4), untouched));
     EXPECT_FALSE(kapParameterUtils::to_givector3(length(1), untouched));
     EXPECT_EQ(untouched, giVector3(1, 2, 3));
 }
@@ -382,7 +371,7 @@ TEST(GeometryConversions, WorkplaneFillsTheAxesAMapHas) {
     Tree t;
     t.root.add("WPlane", map());
     for (const char* name : {"Origin", "YAxis", "ZAxis"}) {
-        t.root.add(std::string("WPlane.") + name, vector(3));
+        t.root.add(std::string("WPlane.") + name, vec(3));
     }
     const giWorkplane3 wp(giPoint3(1, 2, 3), giVector3(0, 1, 0), giVector3(-1, 0, 0),
                           giVector3(0, 0, 1));

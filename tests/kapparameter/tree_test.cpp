@@ -16,9 +16,7 @@ struct Fixture : ::testing::Test {
         root.add("Type", choice({"block", "user", "contact_conv"}));
         root.add("Block", map());
         root.add("Block.Diameter", length(10));
-        auto* ref = new kapParameterRef();
-        ref->set_ref_root_type("tool");
-        root.add("Tool", kapParameterPtr(ref));
+        root.add("Tool", ref("tool"));
         auto* arr = new kapParameterArray();
         root.add("Items", kapParameterPtr(arr));
         for (int i = 0; i < 3; ++i) {
@@ -81,8 +79,6 @@ TEST(Values, TextsRoundTripInEachKind) {
         const char* in;
         const char* out;
     };
-    kapParameterNumeric comp(kapSubTypeReal, kapDimensions(kapDimNone), 0.0);
-    kapParameterPtr v5(new kapParameterVector(5, comp));
     const Case cases[] = {
         {length(0), "2.5", "2.5"},
         {length(0), " -0.125 ", "-0.125"},
@@ -92,13 +88,13 @@ TEST(Values, TextsRoundTripInEachKind) {
         {kapParameterPtr(new kapParameterNumeric(kapSubTypeInteger, kapDimensions(), 0)), "2.6",
          "3"},
         {kapParameterNumeric::create_bool(0), "5", "1"},
-        {vec3("(0;0;0)"), "(1;0;-2.5)", "(1;0;-2.5)"},
-        {vec3("(0;0;0)"), "( 1 ; 2 ; 3 )", "(1;2;3)"},
-        {v5, "(1;2;3;4;5)", "(1;2;3;4;5)"},
+        {vec(3, "(0;0;0)"), "(1;0;-2.5)", "(1;0;-2.5)"},
+        {vec(3, "(0;0;0)"), "( 1 ; 2 ; 3 )", "(1;2;3)"},
+        {vec(5), "(1;2;3;4;5)", "(1;2;3;4;5)"},
         {choice({"a", "b"}), "b", "b"},
         {kapParameterPtr(new kapParameterString()), "caf\xC3\xA9 \"x\"\n", "caf\xC3\xA9 \"x\"\n"},
-        {kapParameterPtr(new kapParameterRef()), "42", "42"},
-        {kapParameterPtr(new kapParameterRef()), "Tool/12", "Tool/12"},
+        {ref(), "42", "42"},
+        {ref(), "Tool/12", "Tool/12"},
         {kapParameterPtr(new kapParameterPath()), "C:/models/part.dgk", "C:/models/part.dgk"},
     };
     for (const auto& c : cases) {
@@ -106,9 +102,9 @@ TEST(Values, TextsRoundTripInEachKind) {
         EXPECT_EQ(c.par->get_value_text(), c.out) << c.in;
         EXPECT_FALSE(c.par->is_expr()) << c.in;
     }
-    kapParameterPtr ref(new kapParameterRef());
-    ref->set_string("Tool/12");
-    EXPECT_EQ(ref->get_ref_id().value, 12u);
+    kapParameterPtr r = ref();
+    r->set_string("Tool/12");
+    EXPECT_EQ(r->get_ref_id().value, 12u);
 }
 
 TEST(Values, NonNumbersBecomeExpressionsAndAreKept) {
