@@ -93,56 +93,54 @@ bool check_header(const kapFileDocument& doc, std::string_view kind, int current
 // What became of a pair while loading, and for a duplicate the index of the pair it repeats.
 struct PairOutcome {
     int result = 0;
-    std::size_t first = 0;
+    std::uint32_t first = 0;
 };
 
 // The parameters that pairs have set, each with the index of the first pair that set it: open
-// addressing over a table sized once for every pair of the document.
+// addressing over a table sized once for every pair of the document, the parameters apart from
+// the indices so that a probe reads eight bytes a slot.
 class ParameterIndex {
   public:
     static constexpr std::size_t npos = static_cast<std::size_t>(-1);
 
     explicit ParameterIndex(std::size_t pairs) {
         std::size_t capacity = 16;
-        while (capacity < 2 * pairs)
+        while (capacity < pairs + pairs / 2)
             capacity *= 2;
-        slots_.resize(capacity);
+        pars_.resize(capacity);
+        pairs_.resize(capacity);
         mask_ = capacity - 1;
     }
     // The index of the pair that set `par`, or npos.
     std::size_t find(const kapParameter* par) const noexcept {
         for (std::size_t s = slot_of(par);; s = (s + 1) & mask_) {
-            if (slots_[s].par == par) return slots_[s].pair;
-            if (slots_[s].par == nullptr) return npos;
+            if (pars_[s] == par) return pairs_[s];
+            if (pars_[s] == nullptr) return npos;
         }
     }
     // Records that pair `pair` set `par`; when an earlier pair did, keeps that one and answers
     // its index, else npos.
     std::size_t insert(const kapParameter* par, std::size_t pair) noexcept {
         for (std::size_t s = slot_of(par);; s = (s + 1) & mask_) {
-            if (slots_[s].par == par) return slots_[s].pair;
-            if (slots_[s].par == nullptr) {
-                slots_[s] = Slot{par, pair};
+            if (pars_[s] == par) return pairs_[s];
+            if (pars_[s] == nullptr) {
+                pars_[s] = par;
+                pairs_[s] = static_cast<std::uint32_t>(pair);
                 return npos;
             }
         }
     }
 
   private:
-    struct Slot {
-        const kapParameter* par = nullptr;
-        std::size_t pair = 0;
-    };
     std::size_t slot_of(const kapParameter* par) const noexcept {
         const auto bits = static_cast<std::uint64_t>(reinterpret_cast<std::uintptr_t>(par));
         return static_cast<std::size_t>((bits >> 4) * 0x9E3779B97F4A7C15ULL >> 20) & mask_;
     }
-    std::vector<Slot> slots_;
+    std::vector<const kapParameter*> pars_;
+    std::vector<std::uint32_t> pairs_;
     std::size_t mask_ = 0;
 };
 
-// Loads the pairs into `root` and runs its updater. False (with `err`) only when the root
-// refuses a loader.
 bool load_pairs(kapParameterRoot& root, const kapFileDocument& doc, int current,
                 kapEntityLoadReport& report, kapFileError& err) {
     kapUnrecognisedScope scope;
@@ -170,7 +168,7 @@ bool load_pairs(kapParameterRoot& root, const kapFileDocument& doc, int current,
         // remembers it for the load that follows.
         if (const kapParameter* target = loader->resolve(key.str())) {
             if (const std::size_t first = set_by.find(target); first != ParameterIndex::npos) {
-                outcomes[i] = PairOutcome{kDuplicate, first};
+                outcomes[i] = PairOutcome{kDuplicate, static_cast<std::uint32_t>(first)};
                 continue;
             }
         }
@@ -186,7 +184,7 @@ bool load_pairs(kapParameterRoot& root, const kapFileDocument& doc, int current,
             // Found only once loaded: load the first value again so that it is the one kept.
             const kapFilePair& earlier = doc.pairs[first];
             loader->load_par(key.set_path(earlier.key), earlier.value);
-            outcomes[i] = PairOutcome{kDuplicate, first};
+            outcomes[i] = PairOutcome{kDuplicate, static_cast<std::uint32_t>(first)};
         }
     }
     loader->finalise_loading();

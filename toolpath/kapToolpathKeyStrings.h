@@ -1,6 +1,6 @@
 #pragma once
 // The key strings of the toolpath loaders, recorded without allocating in the steady state: a
-// key is copied into a list whose strings are reused from load to load, and the list is merged
+// key is appended to a run of text kept from load to load, and the run is merged
 // into kapToolpathParLoaderState::key_strings() when that is asked for.
 
 #include <string_view>

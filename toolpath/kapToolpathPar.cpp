@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cctype>
 #include <cmath>
+#include <cstdint>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -49,19 +51,23 @@ void fill_dependency_table(kapToolpathPar& root) {
 
 namespace {
 
-// The key strings as recorded by the loaders: appended in the order met (a key may be there
-// more than once) and merged into the set when someone asks for it, so that a load pays one
-// copy per key instead of a search of a set of a thousand strings. The strings of the list are
-// kept when it is emptied and overwritten by the next load, which then allocates nothing.
+// The key strings as recorded by the loaders: appended in the order met to one run of text (a
+// key may be there more than once) and merged into the set when someone asks for it, so that a
+// load pays one copy per key into storage kept from load to load instead of a search of a set
+// of a thousand strings.
 struct RecordedKeys {
     utStringcoSet set;
-    std::vector<utString> pending;
-    std::size_t used = 0;  // pending[0, used) are recorded
+    std::string text;                 // the keys recorded since the last merge, one after another
+    std::vector<std::uint32_t> ends;  // where each of them ends in `text`
 
     void merge() {
-        for (std::size_t i = 0; i < used; ++i)
-            set.insert(pending[i]);
-        used = 0;
+        std::size_t begin = 0;
+        for (const std::uint32_t end : ends) {
+            set.emplace(std::string_view(text).substr(begin, end - begin));
+            begin = end;
+        }
+        text.clear();
+        ends.clear();
     }
 };
 
@@ -71,8 +77,8 @@ RecordedKeys& recorded_keys() {
 }
 
 // A process that loads into one toolpath over and over without constructing another keeps the
-// list bounded: past this many unmerged keys they go into the set.
-constexpr std::size_t kMergeAt = 1 << 14;
+// run bounded: past this many bytes the keys go into the set.
+constexpr std::size_t kMergeAt = std::size_t{1} << 20;
 
 }  // namespace
 
@@ -84,19 +90,16 @@ utStringcoSet& kapToolpathParLoaderState::key_strings() {
 
 void kap_toolpath::record_key_string(std::string_view key) {
     RecordedKeys& keys = recorded_keys();
-    if (keys.used == kMergeAt) keys.merge();
-    if (keys.used == keys.pending.size()) {
-        keys.pending.emplace_back(key);
-    } else {
-        keys.pending[keys.used].assign(key);
-    }
-    ++keys.used;
+    if (keys.text.size() + key.size() > kMergeAt) keys.merge();
+    keys.text.append(key);
+    keys.ends.push_back(static_cast<std::uint32_t>(keys.text.size()));
 }
 
 void kap_toolpath::clear_key_strings() {
     RecordedKeys& keys = recorded_keys();
     keys.set.clear();
-    keys.used = 0;
+    keys.text.clear();
+    keys.ends.clear();
 }
 
 std::array<utString, 4>& kapToolpathParLoaderState::cached_strings() {

@@ -118,6 +118,10 @@ TEST(ToolpathLoader, KeyRewrites) {
         EXPECT_EQ(text(*t, c.path), c.value);
         EXPECT_TRUE(kapParameterUpdater::get_unrecognised_pars().empty());
     }
+    // Each key is recorded as it was passed on, after the seeds of the toolpath's construction.
+    ASSERT_TRUE(load(28, {{"Coolant", "mist"}, {"strategy", "raster"}, {"Coolant", "flood"}}));
+    EXPECT_EQ(kapToolpathParLoaderState::key_strings(),
+              (utStringcoSet{"Coolant.Value", "join_up", "one_way", "strategy"}));
 }
 
 TEST(ToolpathLoader, PairsNoParameterTakesAreKeptAsRead) {

@@ -60,9 +60,9 @@ int kapParameterLoader::load_par(const kapParameterKey& key, const utString& val
         unrecognised[key.str()] = value;
         return -1;
     }
-    // The key goes to the list by exchanging storage with a kept slot, which the next pair's
-    // key is then written into.
-    loaded_.next_slot().swap(resolved_current_);
+    // Copied into a kept slot (whose storage was last touched a load ago), so that the key
+    // written next is written into storage still in the cache.
+    loaded_.next_slot().assign(resolved_current_);
     last_stored_ = par;
     return 1;
 }
