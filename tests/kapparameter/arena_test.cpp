@@ -375,7 +375,8 @@ TEST_P(PathLookup, WalksComponentsAndIndices) {
         const kapParameter* p = tree->find_node(c.path);
         if (c.value == nullptr) {
             EXPECT_EQ(p, nullptr) << c.path;
-            const auto* e = kapParameterError::ut_dynamic_cast((*tree)[c.path].pointer());
+            const kapParameterPtr answer = (*tree)[c.path];
+            const auto* e = kapParameterError::ut_dynamic_cast(answer.pointer());
             ASSERT_NE(e, nullptr) << c.path;
             EXPECT_EQ(e->code(), kapErrNoItem) << c.path;
         } else {
