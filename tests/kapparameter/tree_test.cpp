@@ -1,8 +1,6 @@
 #include <gtest/gtest.h>
 
 #include <limits>
-#include <string>
-#include <vector>
 
 #include "kapparameter/kapParameter.h"
 #include "kapparameter/kapParameterLoader.h"
@@ -236,46 +234,6 @@ TEST_F(Fixture, ReferencesAreFollowedThroughTheRegistry) {
         root["Tool"]->set_ref_from_id(gone.get_id());
     }
     EXPECT_TRUE(root["Tool.Diameter"]->is_error());
-}
-
-// A walk that starts where the last path's shared components led finds what a whole walk finds,
-// in any order of paths, once a name changed, and through a reference pointed elsewhere.
-TEST_F(Fixture, PathCursorFindsWhatAWholeWalkFinds) {
-    kapParameterRoot a("tool", 1, "A");
-    kapParameterRoot b("tool", 1, "B");
-    a.add("Diameter", length(6));
-    b.add("Diameter", length(8));
-    root["Tool"]->set_ref_from_id(a.get_id());
-    const std::vector<std::string> paths = {"Block.Diameter",
-                                            "Block",
-                                            "block.DIAMETER",
-                                            "Block.Diameter.X",
-                                            "Block..Diameter",
-                                            "Items[1].Mode",
-                                            "Items[2].Mode",
-                                            "Items[2]",
-                                            "Items[2]Mode",
-                                            "Items[9].Mode",
-                                            "Items[1].",
-                                            "Items.Mode",
-                                            "Tool.Diameter",
-                                            "Tool",
-                                            "",
-                                            "Tolerance",
-                                            "Tol"};
-    kapPathCursor cursor;
-    for (int round = 0; round < 2; ++round) {
-        for (std::size_t i = 0; i < paths.size(); ++i) {
-            const std::string& p = round == 0 ? paths[i] : paths[paths.size() - 1 - i];
-            EXPECT_EQ(root.find_node(p, cursor), root.find_node(p)) << p;
-        }
-    }
-    EXPECT_DOUBLE_EQ(root.find_node("Tool.Diameter", cursor)->get_double(), 6.0);
-    root["Tool"]->set_ref_from_id(b.get_id());
-    EXPECT_DOUBLE_EQ(root.find_node("Tool.Diameter", cursor)->get_double(), 8.0);
-    ASSERT_NE(root.find_node("Block.Diameter", cursor), nullptr);
-    root["Block"]->set_name("Other");
-    EXPECT_EQ(root.find_node("Block.Diameter", cursor), nullptr);
 }
 
 int g_steps[8];

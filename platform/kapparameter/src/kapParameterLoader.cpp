@@ -36,7 +36,7 @@ const kapParameter* kapParameterLoader::resolve(const utString& key, const utStr
     if (!resolved_valid_ || resolved_key_ != key) {
         resolved_key_ = key;
         root_.lookup_key_synonym_into(key, resolved_current_);
-        resolved_node_ = root_.find_node(resolved_current_, cursor_);
+        resolved_node_ = root_.find_node(resolved_current_);
         resolved_valid_ = true;
     }
     if (current != nullptr) *current = &resolved_current_;

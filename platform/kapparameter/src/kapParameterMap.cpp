@@ -1,7 +1,6 @@
 #include "kapparameter/kapParameter.h"
 
 #include <algorithm>
-#include <bit>
 #include <charconv>
 #include <cstdint>
 #include <cstring>
@@ -458,40 +457,34 @@ kapParameterPtr kapParameterMap::operator[](const kapParameterKey& key) const {
     return kapParameterError::create(kapErrNoItem, "no such item: " + key.str());
 }
 
-namespace {
-
-// The walk of find_node from `node`, at `p` in [begin, end) (at the start of a component);
-// with a cursor, records each component's end and node until a reference is followed.
-const kapParameter* walk_path(const kapParameter* node, const char* p, const char* begin,
-                              const char* end, kapPathCursor* cursor) {
+const kapParameter* kapParameterMap::find_node(std::string_view path) const {
+    const char* p = path.data();
+    const char* const end = p + path.size();
+    if (p == end) return this;
+    const kapParameter* node = this;
     while (true) {
-        if (node->is_ref_node()) {
-            cursor = nullptr;  // what follows depends on where the reference points now
+        if (node->flags_ & kRefFlag) {
             node = node->follow();
             if (!node) return nullptr;
         }
-        if (!node->is_map()) return nullptr;
+        if (!(node->flags_ & kMapFlag)) return nullptr;
         const auto* map = static_cast<const kapParameterMap*>(node);
         if (*p == '[') {
             int index = 0;
             auto r = std::from_chars(p + 1, end, index);
             if (r.ec != std::errc() || r.ptr == p + 1 || r.ptr == end || *r.ptr != ']' ||
-                index < 0 || static_cast<std::size_t>(index) >= map->size()) {
+                index < 0 || static_cast<std::size_t>(index) >= map->size_) {
                 return nullptr;
             }
-            node = map->child(static_cast<std::size_t>(index)).pointer();
+            node = map->slot_.kids[index].pointer();
             p = r.ptr + 1;
         } else {
             FoldedName q;
-            scan_component(p, end, begin, q);
+            scan_component(p, end, path.data(), q);
             if (q.text.empty()) return nullptr;
             node = kapParameterBlocks::child_named(*map, q);
             if (!node) return nullptr;
             p += q.text.size();
-        }
-        if (cursor != nullptr) {
-            cursor->ends.push_back(static_cast<std::uint32_t>(p - begin));
-            cursor->nodes.push_back(node);
         }
         if (p == end) return node;
         if (*p == '.') {
@@ -499,51 +492,6 @@ const kapParameter* walk_path(const kapParameter* node, const char* p, const cha
             if (p == end) return nullptr;
         }
     }
-}
-
-}  // namespace
-
-const kapParameter* kapParameterMap::find_node(std::string_view path) const {
-    if (path.empty()) return this;
-    return walk_path(this, path.data(), path.data(), path.data() + path.size(), nullptr);
-}
-
-const kapParameter* kapParameterMap::find_node(std::string_view path, kapPathCursor& cursor) const {
-    const std::uint64_t now = g_kap_structure_epoch.load(std::memory_order_relaxed);
-    std::size_t kept = 0;
-    if (cursor.top == this && cursor.structure == now) {
-        // The components of the last walk that `path` starts with, whole.
-        const std::string_view last = cursor.text;
-        const std::size_t n = std::min(path.size(), last.size());
-        std::size_t same = 0;
-        for (; same + 8 <= n; same += 8) {
-            const std::uint64_t diff = load8(path.data() + same) ^ load8(last.data() + same);
-            if (diff != 0) {
-                same += static_cast<std::size_t>(std::countr_zero(diff)) / 8;
-                break;
-            }
-        }
-        while (same < n && path[same] == last[same])
-            ++same;
-        while (kept < cursor.ends.size() && cursor.ends[kept] <= same &&
-               (cursor.ends[kept] == path.size() || path[cursor.ends[kept]] == '.' ||
-                path[cursor.ends[kept]] == '[')) {
-            ++kept;
-        }
-    }
-    cursor.text.assign(path);
-    cursor.ends.resize(kept);
-    cursor.nodes.resize(kept);
-    cursor.top = this;
-    cursor.structure = now;
-    if (path.empty()) return this;
-    const char* const begin = cursor.text.data();
-    const char* const end = begin + cursor.text.size();
-    if (kept == 0) return walk_path(this, begin, begin, end, &cursor);
-    const char* p = begin + cursor.ends[kept - 1];
-    if (p == end) return cursor.nodes[kept - 1];
-    if (*p == '.' && ++p == end) return nullptr;
-    return walk_path(cursor.nodes[kept - 1], p, begin, end, &cursor);
 }
 
 kapParameterPtr kapParameterMap::append(const kapParameterPtr& par) {

@@ -64,7 +64,6 @@ class kapParameterLoader {
     utString resolved_current_;
     const kapParameter* resolved_node_ = nullptr;
     bool resolved_valid_ = false;
-    kapPathCursor cursor_;  // the walk of the last key resolved
     const kapParameter* last_stored_ = nullptr;
 };
 

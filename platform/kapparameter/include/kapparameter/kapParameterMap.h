@@ -5,25 +5,10 @@
 #include <cstdint>
 #include <span>
 #include <string_view>
-#include <vector>
 
 #include "kapparameter/kapParameterNode.h"
 
 struct kapBindingSet;
-class kapParameterMap;
-
-// Where a walk along a path went, kept so that the next path sharing its first components starts
-// where they led instead of at the top (the saved pairs of an entity come in the order of its
-// tree, so a key mostly shares all but its last name with the one before). Used by one thread;
-// what it holds is used again only while no map has gained, lost or renamed a child since, and
-// only up to the first reference the walk followed (the reference may point elsewhere later).
-struct kapPathCursor {
-    utString text;                           // the path walked last
-    std::vector<std::uint32_t> ends;         // where each component kept ends in `text`
-    std::vector<const kapParameter*> nodes;  // the node each of them led to
-    const kapParameterMap* top = nullptr;    // the map the walk started from
-    std::uint64_t structure = 0;             // the structure count it was made at
-};
 
 // Node with named children in declaration order.
 class kapParameterMap : public kapParameter {
@@ -51,9 +36,6 @@ class kapParameterMap : public kapParameter {
 
     kapParameterPtr operator[](const kapParameterKey& key) const override;
     const kapParameter* find_node(std::string_view path) const override;
-    // find_node, starting after the components `cursor` shares with `path`; leaves the walk of
-    // `path` in `cursor`.
-    const kapParameter* find_node(std::string_view path, kapPathCursor& cursor) const;
     // Direct child by name or legacy key (ASCII case-insensitive), or null.
     kapParameter* find_child(std::string_view name) const noexcept;
     bool is_equal(const kapParameter& other) const override;
