@@ -134,9 +134,8 @@ bool strategy_is(kapParameterRoot& root, std::initializer_list<std::string_view>
 
 // The saved data held `path` (the loader records current paths; letter case is not binding).
 bool saved(const utStringcoSList& keys, std::string_view path) {
-    const utString want = kapdowncase(path);
     for (const utString& k : keys) {
-        if (kapdowncase(k) == want) return true;
+        if (ut_iequal(k, path)) return true;
     }
     return false;
 }
@@ -151,7 +150,7 @@ const utString* legacy(std::string_view lower, std::string_view mixed) {
         if (it != unrecognised.end() && !it->second.empty()) return &it->second;
     }
     for (const auto& [key, value] : unrecognised) {
-        if (!value.empty() && kapdowncase(key) == lower) return &value;
+        if (!value.empty() && ut_iequal(key, lower)) return &value;  // `lower` has no capitals
     }
     return nullptr;
 }
