@@ -67,6 +67,28 @@ constexpr std::uint8_t kNumber = 0, kBool = 1, kText = 2;
     return true;
 }
 
+// x and y through one of the four arithmetic steps; false for a division by zero or a result
+// that is not finite (errors of the full evaluation as well).
+[[gnu::always_inline]] inline bool arithmetic(kapExprStepOp op, double x, double y,
+                                              double& r) noexcept {
+    switch (op) {
+        case kapExprStepOp::mul:
+            r = x * y;
+            break;
+        case kapExprStepOp::add:
+            r = x + y;
+            break;
+        case kapExprStepOp::sub:
+            r = x - y;
+            break;
+        default:
+            if (y == 0.0) return false;
+            r = x / y;
+            break;
+    }
+    return std::isfinite(r);
+}
+
 inline void set_number(FastSlot& s, double x) noexcept {
     s.number = x;
     s.kind = kNumber;
@@ -143,22 +165,7 @@ struct kapExprRunner {
                     const double y = *top--;
                     const double x = *top;
                     double r;
-                    switch (f->op) {
-                        case kapExprStepOp::mul:
-                            r = x * y;
-                            break;
-                        case kapExprStepOp::add:
-                            r = x + y;
-                            break;
-                        case kapExprStepOp::sub:
-                            r = x - y;
-                            break;
-                        default:
-                            if (y == 0.0) return kap_fast_error;
-                            r = x / y;
-                            break;
-                    }
-                    if (!std::isfinite(r)) return kap_fast_error;
+                    if (!kapexprrun::arithmetic(f->op, x, y, r)) return kap_fast_error;
                     *top = r;
                     break;
                 }
@@ -318,22 +325,7 @@ struct kapExprRunner {
                     double x, y;
                     if (!slot_number(top[-1], x) || !slot_number(top[0], y)) return kap_fast_error;
                     double r;
-                    switch (f->op) {
-                        case kapExprStepOp::mul:
-                            r = x * y;
-                            break;
-                        case kapExprStepOp::add:
-                            r = x + y;
-                            break;
-                        case kapExprStepOp::sub:
-                            r = x - y;
-                            break;
-                        default:
-                            if (y == 0.0) return kap_fast_error;
-                            r = x / y;
-                            break;
-                    }
-                    if (!std::isfinite(r)) return kap_fast_error;
+                    if (!arithmetic(f->op, x, y, r)) return kap_fast_error;
                     --top;
                     set_number(*top, r);
                     break;
