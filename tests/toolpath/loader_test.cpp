@@ -204,6 +204,16 @@ TEST(ToolpathUpdater, CurrentVersionIsUntouched) {
 }
 
 TEST(ToolpathUpdater, StepsRunInOrderFromTheSavedVersion) {
+    // Entry n of the list is the step from n to n + 1.
+    kapToolpathParUpdater::create_updater_list();
+    const auto* list = kapToolpathParUpdater::update_list();
+    ASSERT_EQ(list->size(), 29U);
+    for (int n = 0; n < 29; ++n) {
+        kapToolpathPar t("T");
+        int version = n;
+        (*list)[static_cast<std::size_t>(n)](version, t, utStringcoSList());
+        EXPECT_EQ(version, n + 1) << "entry " << n;
+    }
     // A version-0 file passes every step: each leaves its mark, and later steps see earlier ones.
     // clang-format off
     auto t = load(0, {{"strategy", "inter_constz"}, {"offset_overlap", "0.25"}, {"block.radius", "20"},
